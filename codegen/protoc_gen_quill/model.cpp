@@ -35,9 +35,9 @@ std::string upper_case(std::string text) {
 
 // The members whose names the struct cannot bear as they are: the header serves C++ too.
 std::string struct_spelling(const std::string &name) {
-    static constexpr std::array<std::string_view, 12> keywords = {"class",    "default", "delete",  "explicit",
-                                                                  "export",   "new",     "operator", "private",
-                                                                  "public",   "template", "this",    "namespace"};
+    static constexpr std::array<std::string_view, 12> keywords = {"class",  "default",  "delete",   "explicit",
+                                                                  "export", "new",      "operator", "private",
+                                                                  "public", "template", "this",     "namespace"};
     return std::find(keywords.begin(), keywords.end(), name) != keywords.end() ? name + "_" : name;
 }
 
@@ -48,8 +48,7 @@ std::string comment_of(const Descriptor &descriptor) {
     if (!descriptor.GetSourceLocation(&location)) {
         return {};
     }
-    const std::string &raw =
-        location.leading_comments.empty() ? location.trailing_comments : location.leading_comments;
+    const std::string &raw = location.leading_comments.empty() ? location.trailing_comments : location.leading_comments;
     std::string out;
     for (const char c : raw) {
         const bool blank = c == '\n' || c == ' ';
@@ -126,8 +125,8 @@ std::string dotted_to_prefix(std::string package) {
 }
 
 const record *find_record(const message_file &model, const std::string &c_name) {
-    const auto found = std::find_if(model.records.begin(), model.records.end(),
-                                    [&](const record &r) { return r.c_name == c_name; });
+    const auto found =
+        std::find_if(model.records.begin(), model.records.end(), [&](const record &r) { return r.c_name == c_name; });
     return found == model.records.end() ? nullptr : &*found;
 }
 
@@ -159,11 +158,30 @@ bool add_member(record &owner, const pb::FieldDescriptor &field, const message_f
         }
         owner.holds_tree = owner.holds_tree || itself || held->holds_tree;
         owner.owns = owner.owns || m.repeated() || held->owns;
+        m.zero_reset = itself || held->zero_reset;
+        owner.zero_reset = owner.zero_reset && (m.repeated() || m.zero_reset);
     } else if (!m.varint()) {
         owner.owns = true;
     }
+    owner.zero_reset = owner.zero_reset && m.reset == "0";
     owner.members.push_back(std::move(m));
     return true;
+}
+
+void mark_recursion(message_file &model) {
+    for (record &holder : model.records) {
+        for (const member &m : holder.members) {
+            holder.recursive = holder.recursive || m.element == holder.c_name;
+        }
+    }
+    for (const record &holder : model.records) {
+        for (record &held : model.records) {
+            held.in_recursion =
+                held.in_recursion ||
+                (holder.recursive && std::any_of(holder.members.begin(), holder.members.end(),
+                                                 [&](const member &m) { return m.element == held.c_name; }));
+        }
+    }
 }
 
 enumeration build_enumeration(const pb::EnumDescriptor &descriptor, const std::string &prefix) {
@@ -212,6 +230,7 @@ std::optional<message_file> build_model(const pb::FileDescriptor &file, std::str
         }
         model.records.push_back(std::move(r));
     }
+    mark_recursion(model);
     return model;
 }
 

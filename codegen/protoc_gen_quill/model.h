@@ -33,6 +33,7 @@ struct member {
     uint32_t field = 0;
     member_kind kind = member_kind::number32;
     std::string reset = "0";  // value after a reset
+    bool zero_reset = true;   // the record held here is all zeros after a reset
 
     [[nodiscard]] bool repeated() const;
     [[nodiscard]] bool nested() const;
@@ -46,6 +47,9 @@ struct record {
     std::vector<member> members;  // in declaration order, which is also the order on the wire
     bool holds_tree = false;      // is a data tree or holds one at some depth
     bool owns = false;            // owns a string or an array at some depth
+    bool zero_reset = true;       // a reset record is all zeros
+    bool recursive = false;       // holds itself
+    bool in_recursion = false;    // holds itself, or is held by a record that does
 };
 
 struct enumerator {

@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <iterator>
 #include <map>
 #include <set>
+#include <sstream>
 
 #include "writers.h"
 
@@ -12,9 +14,12 @@ namespace {
 
 using variables = std::map<std::string, std::string>;
 
-// What the lines of a member are made of: $r$ record type, $m$ struct member, $n$ name, $f$ field number.
+// What the lines of a member are made of: $r$ record type, $m$ struct member, $n$ name, $f$ field number, $levels$ the
+// levels still to be taken into the frame of a record that holds itself.
 variables variables_of(const record &r, const member &m) {
-    return {{"r", r.c_name}, {"m", m.c_name}, {"n", m.name}, {"f", std::to_string(m.field)}, {"reset", m.reset}};
+    return {{"r", r.c_name},    {"m", m.c_name},
+            {"n", m.name},      {"f", std::to_string(m.field)},
+            {"reset", m.reset}, {"levels", m.element == r.c_name ? ", Levels" : ""}};
 }
 
 struct rule {
@@ -32,6 +37,16 @@ void print_rule(const rule (&rules)[N], const record &r, const member &m, Printe
     }
 }
 
+// The same, with another line for nested records unless it is null.
+template <size_t N>
+void print_rule_or(const char *nested_line, const rule (&rules)[N], const record &r, const member &m, Printer &out) {
+    if (nested_line != nullptr && m.kind == member_kind::record) {
+        out.Print(variables_of(r, m), nested_line);
+    } else {
+        print_rule(rules, r, m, out);
+    }
+}
+
 // Where the presence bits begin: behind the last member.
 std::string presence_offset(const record &r) {
     if (r.members.empty()) {
@@ -39,20 +54,7 @@ std::string presence_offset(const record &r) {
     }
     const member &last = r.members.back();
     const std::string field = last.repeated() ? last.c_name + "_count" : last.c_name;
-    return "offsetof(" + r.c_name + ", " + field + ") + sizeof(" + r.c_name + "::" + field + ")";
-}
-
-std::string zero_reset(const record &r) {
-    std::string out;
-    for (const member &m : r.members) {
-        if (m.reset != "0") {
-            return "false";
-        }
-        if (m.kind == member_kind::record) {
-            out += (out.empty() ? "" : " && ") + ("codec<" + m.element + ">::zero_reset");
-        }
-    }
-    return out.empty() ? "true" : out;
+    return "offsetof(" + r.c_name + ", " + field + ")\n        + sizeof(" + r.c_name + "::" + field + ")";
 }
 
 // The fields of a record as a condition on a field number, neighbours in one range.
@@ -80,66 +82,207 @@ void write_facts(const record &r, Printer &out) {
         "    static constexpr std::size_t members = $members$;\n"
         "    static constexpr std::size_t presence_offset = $offset$;\n"
         "    static constexpr bool zero_reset = $zero$;\n\n"
-        "    static constexpr bool is_member(uint32_t$field$) { return $membership$; }\n\n",
-        "members", std::to_string(r.members.size()), "offset", presence_offset(r), "zero", zero_reset(r), "field",
-        r.members.empty() ? "" : " field", "membership", membership(r));
+        "    static constexpr bool is_member(uint32_t$field$) {\n"
+        "        return $membership$;\n"
+        "    }\n\n",
+        "members", std::to_string(r.members.size()), "offset", presence_offset(r), "zero",
+        r.zero_reset ? "true" : "false", "field", r.members.empty() ? "" : " field", "membership", membership(r));
 }
 
-void write_is_blank(const record &r, Printer &out) {
+// The presence bit of each member by name.
+void write_bits(const record &r, Printer &out) {
     if (r.members.empty()) {
-        out.Print("    static bool is_blank(const $r$ *) { return true; }\n\n", "r", r.c_name);
         return;
     }
-    out.Print("    static QUILL_INLINE bool is_blank(const $r$ *r) {\n        return presence<$r$>::none(r)", "r",
-              r.c_name);
+    out.Print("    struct bit {\n        enum : uint32_t {\n");
+    for (size_t k = 0; k < r.members.size(); ++k) {
+        out.Print("            $m$ = 1U << $k$,\n", "m", r.members[k].c_name, "k", std::to_string(k));
+    }
+    out.Print("        };\n    };\n\n");
+}
+
+void write_occupied(const record &r, Printer &out) {
+    if (r.members.empty()) {
+        out.Print("    static bool occupied(const $r$ *) { return false; }\n\n", "r", r.c_name);
+        return;
+    }
+    out.Print(
+        "    static QUILL_INLINE bool occupied(const $r$ *r) {\n"
+        "        return presence<$r$>::bits(r) != 0",
+        "r", r.c_name);
     for (const member &m : r.members) {
         if (m.kind == member_kind::record) {
-            out.Print("\n            && codec<$e$>::is_blank(&r->$m$)", "e", m.element, "m", m.c_name);
+            out.Print("\n            || codec<$e$>::occupied(&r->$m$)", "e", m.element, "m", m.c_name);
         }
     }
     out.Print(";\n    }\n\n");
 }
 
+// Wide records are mostly empty: members are visited in groups of eight, and a group in which nothing is present at
+// any inline depth is passed in one test.
+constexpr size_t group_size = 8;
+
+std::string group_mask(size_t first, size_t last) {
+    std::ostringstream out;
+    out << "0x" << std::hex << std::uppercase << (((uint64_t{1} << last) - 1) & ~((uint64_t{1} << first) - 1)) << "U";
+    return out.str();
+}
+
+std::string group_condition(const record &r, size_t first, size_t last) {
+    std::ostringstream out;
+    out << "(has & " << group_mask(first, last) << ") != 0";
+    for (size_t k = first; k < last; ++k) {
+        const member &m = r.members[k];
+        if (m.kind == member_kind::record) {
+            out << "\n                || codec<" << m.element << ">::occupied(&r->" << m.c_name << ")";
+        }
+    }
+    return out.str();
+}
+
+// Records of one member are taken into their holders. What a recursive record holds stays out of it: that keeps the
+// frame of a level of nesting small.
+std::string inlining(const record &r) {
+    if (r.members.size() <= 1) {
+        return "QUILL_INLINE ";
+    }
+    return r.in_recursion ? "QUILL_NOINLINE " : "";
+}
+
+// A record of many groups tells the writing pass which of them are empty.
+bool remembers_found(const record &r) {
+    return r.members.size() > 2 * group_size;
+}
+
+// Prints what `print_member` prints for the members [first, last), within the condition that is not empty.
+template <class PrintMember>
+void print_group(const std::string &condition, size_t first, size_t last, Printer &out, PrintMember print_member) {
+    if (!condition.empty()) {
+        out.Print("        if ($condition$) {\n", "condition", condition);
+        out.Indent();
+        out.Indent();
+    }
+    print_member(first, last);
+    if (!condition.empty()) {
+        out.Outdent();
+        out.Outdent();
+        out.Print("        }\n");
+    }
+}
+
 void write_size(const record &r, Printer &out) {
     static const rule rules[] = {
-        {member_kind::number32, "        size += r->has_$n$ ? size_varint<$f$>(r->$m$) : 0;\n"},
-        {member_kind::number64, "        size += r->has_$n$ ? size_varint<$f$>(r->$m$) : 0;\n"},
-        {member_kind::flag, "        size += r->has_$n$ ? size_varint<$f$>(r->$m$) : 0;\n"},
-        {member_kind::wide_flag, "        size += r->has_$n$ ? size_varint<$f$>(r->$m$) : 0;\n"},
-        {member_kind::text, "        size += r->has_$n$ ? size_text<$f$>(r->$m$, pass) : 0;\n"},
-        {member_kind::texts, "        size += r->has_$n$ ? size_texts<$f$>(r->$m$, r->$m$_count, pass) : 0;\n"},
-        {member_kind::numbers32, "        size += r->has_$n$ ? size_varints<$f$>(r->$m$, r->$m$_count) : 0;\n"},
-        {member_kind::record, "        size += size_record<$f$>(r->has_$n$, &r->$m$, pass);\n"},
-        {member_kind::records, "        size += r->has_$n$ ? size_records<$f$>(r->$m$, r->$m$_count, pass) : 0;\n"},
+        {member_kind::number32, "        size += has & bit::$m$ ? size_varint<$f$>(r->$m$) : 0;\n"},
+        {member_kind::number64, "        size += has & bit::$m$ ? size_varint<$f$>(r->$m$) : 0;\n"},
+        {member_kind::flag, "        size += has & bit::$m$ ? size_varint<$f$>(r->$m$) : 0;\n"},
+        {member_kind::wide_flag, "        size += has & bit::$m$ ? size_varint<$f$>(r->$m$) : 0;\n"},
+        {member_kind::text, "        size += has & bit::$m$ ? size_text<$f$>(r->$m$, pass) : 0;\n"},
+        {member_kind::texts, "        size += has & bit::$m$ ? size_texts<$f$>(r->$m$, r->$m$_count, pass) : 0;\n"},
+        {member_kind::numbers32, "        size += has & bit::$m$ ? size_varints<$f$>(r->$m$, r->$m$_count) : 0;\n"},
+        {member_kind::record, "        size += size_record<$f$>((has & bit::$m$) != 0, &r->$m$, pass);\n"},
+        {member_kind::records,
+         "        size += has & bit::$m$ ? size_records<$f$$levels$>(r->$m$, r->$m$_count, pass) : 0;\n"},
     };
-    out.Print("    template <class Pass>\n    static uint64_t size(const $r$ *$arg$, Pass &pass) {\n        uint64_t size = 0;\n",
-              "r", r.c_name, "arg", r.members.empty() ? "" : "r");
-    for (const member &m : r.members) {
-        print_rule(rules, r, m, out);
+    static const char noting[] =
+        "        size += note(found, bit::$m$, size_record<$f$>((has & bit::$m$) != 0, &r->$m$, pass));\n";
+    if (r.recursive) {
+        out.Print(
+            "    template <class Pass>\n"
+            "    static QUILL_NOINLINE uint64_t size(const $r$ *r, Pass &pass) {\n"
+            "        return size_levels<levels_in_a_frame>(r, pass);\n"
+            "    }\n\n"
+            "    template <int Levels, class Pass>\n"
+            "    static QUILL_INLINE uint64_t size_levels(const $r$ *r, Pass &pass) {\n",
+            "r", r.c_name);
+    } else {
+        out.Print(
+            "    template <class Pass>\n"
+            "    static $inline$uint64_t size(const $r$ *$arg$, Pass &pass) {\n",
+            "inline", inlining(r), "r", r.c_name, "arg", r.members.empty() ? "" : "r");
+    }
+    if (r.members.empty()) {
+        out.Print("        return pass.leave(0);\n    }\n\n");
+        return;
+    }
+    out.Print("        const uint32_t has = presence<$r$>::bits(r);\n        uint64_t size = 0;\n", "r", r.c_name);
+    if (remembers_found(r)) {
+        out.Print("        uint64_t found = 0;\n");
+    }
+    for (size_t first = 0; first < r.members.size(); first += group_size) {
+        const size_t last = std::min(first + group_size, r.members.size());
+        const std::string condition = r.members.size() > group_size ? group_condition(r, first, last) : "";
+        print_group(condition, first, last, out, [&](size_t from, size_t to) {
+            for (size_t k = from; k < to; ++k) {
+                print_rule_or(remembers_found(r) ? noting : nullptr, rules, r, r.members[k], out);
+            }
+        });
+    }
+    if (remembers_found(r)) {
+        out.Print("        pass.remember(found);\n");
     }
     out.Print("        return pass.leave(size);\n    }\n\n");
 }
 
 void write_write(const record &r, Printer &out) {
     static const rule rules[] = {
-        {member_kind::number32, "        at = r->has_$n$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::number64, "        at = r->has_$n$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::flag, "        at = r->has_$n$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::wide_flag, "        at = r->has_$n$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::text, "        at = r->has_$n$ ? write_text<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::texts, "        at = r->has_$n$ ? write_texts<$f$>(r->$m$, r->$m$_count, at, out) : at;\n"},
-        {member_kind::numbers32, "        at = r->has_$n$ ? write_varints<$f$>(r->$m$, r->$m$_count, at, out) : at;\n"},
-        {member_kind::record, "        at = write_record<$f$>(r->has_$n$, &r->$m$, at, out);\n"},
-        {member_kind::records, "        at = r->has_$n$ ? write_records<$f$>(r->$m$, r->$m$_count, at, out) : at;\n"},
+        {member_kind::number32, "        at = has & bit::$m$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
+        {member_kind::number64, "        at = has & bit::$m$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
+        {member_kind::flag, "        at = has & bit::$m$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
+        {member_kind::wide_flag, "        at = has & bit::$m$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
+        {member_kind::text, "        at = has & bit::$m$ ? write_text<$f$>(r->$m$, at, out) : at;\n"},
+        {member_kind::texts, "        at = has & bit::$m$ ? write_texts<$f$>(r->$m$, r->$m$_count, at, out) : at;\n"},
+        {member_kind::numbers32,
+         "        at = has & bit::$m$ ? write_varints<$f$>(r->$m$, r->$m$_count, at, out) : at;\n"},
+        {member_kind::record, "        at = write_record<$f$>((has & bit::$m$) != 0, &r->$m$, at, out);\n"},
+        {member_kind::records,
+         "        at = has & bit::$m$ ? write_records<$f$$levels$>(r->$m$, r->$m$_count, at, out) : at;\n"},
     };
+    static const char finding[] =
+        "        at = found & bit::$m$ ? write_record<$f$>((has & bit::$m$) != 0, &r->$m$, at, out) : at;\n";
+    if (r.recursive) {
+        out.Print(
+            "    template <class Writer>\n"
+            "    static QUILL_NOINLINE position_in<Writer> write(\n"
+            "            const $r$ *r, position_in<Writer> end, Writer &out) {\n"
+            "        return write_levels<levels_in_a_frame>(r, end, out);\n"
+            "    }\n\n"
+            "    template <int Levels, class Writer>\n"
+            "    static QUILL_INLINE position_in<Writer> write_levels(\n"
+            "            const $r$ *r, position_in<Writer> end, Writer &out) {\n",
+            "r", r.c_name);
+    } else {
+        out.Print(
+            "    template <class Writer>\n"
+            "    static $inline$position_in<Writer> write(\n"
+            "            const $r$ *$arg$, position_in<Writer> end, Writer &out) {\n",
+            "inline", inlining(r), "r", r.c_name, "arg", r.members.empty() ? "" : "r");
+    }
+    out.Print("        const typename Writer::mark place = out.enter();\n");
+    if (r.members.empty()) {
+        out.Print("        return out.leave(place, end, end);\n    }\n\n");
+        return;
+    }
     out.Print(
-        "    template <class Writer>\n"
-        "    static typename Writer::position write(const $r$ *$arg$, typename Writer::position end, Writer &out) {\n"
-        "        const typename Writer::mark place = out.enter();\n"
-        "        typename Writer::position at = end;\n",
-        "r", r.c_name, "arg", r.members.empty() ? "" : "r");
-    for (auto m = r.members.rbegin(); m != r.members.rend(); ++m) {
-        print_rule(rules, r, *m, out);
+        "        const uint32_t has = presence<$r$>::bits(r);\n"
+        "        position_in<Writer> at = end;\n",
+        "r", r.c_name);
+    if (remembers_found(r)) {
+        out.Print("        const uint64_t found = out.recall(UINT64_MAX);\n");
+    }
+    for (size_t groups = (r.members.size() + group_size - 1) / group_size; groups > 0; --groups) {
+        const size_t first = (groups - 1) * group_size;
+        const size_t last = std::min(first + group_size, r.members.size());
+        std::string condition;
+        if (remembers_found(r)) {
+            condition = "((has | found) & " + group_mask(first, last) + ") != 0";
+        } else if (r.members.size() > group_size) {
+            condition = group_condition(r, first, last);
+        }
+        print_group(condition, first, last, out, [&](size_t from, size_t to) {
+            for (size_t k = to; k > from; --k) {
+                print_rule_or(remembers_found(r) ? finding : nullptr, rules, r, r.members[k - 1], out);
+            }
+        });
     }
     out.Print("        return out.leave(place, at, end);\n    }\n\n");
 }
@@ -175,7 +318,8 @@ void write_decode(const record &r, Printer &out) {
          "                    at = decode_records($f$, &r->$m$, &r->$m$_count, at, end, in);\n"},
     };
     out.Print(
-        "    static const uint8_t *decode($r$ *$arg$, const uint8_t *at, const uint8_t *end, decoding &in) {\n"
+        "    static const uint8_t *decode(\n"
+        "            $r$ *$arg$, const uint8_t *at, const uint8_t *end, decoding &in) {\n"
         "        while (at != end) {\n"
         "            uint32_t tag = 0;\n"
         "            at = quill_read_varint32(&tag, at, end, in);\n"
@@ -211,27 +355,45 @@ void write_decode(const record &r, Printer &out) {
         "    }\n\n");
 }
 
-void write_clear(const record &r, Printer &out) {
-    static const rule rules[] = {
-        {member_kind::number32, "        r->$m$ = $reset$;\n"},
-        {member_kind::number64, "        r->$m$ = $reset$;\n"},
-        {member_kind::flag, "        r->$m$ = $reset$;\n"},
-        {member_kind::wide_flag, "        r->$m$ = $reset$;\n"},
-        {member_kind::text, "        r->$m$ = nullptr;\n"},
-        {member_kind::texts, "        r->$m$ = nullptr;\n        r->$m$_count = 0;\n"},
-        {member_kind::numbers32, "        r->$m$ = nullptr;\n        r->$m$_count = 0;\n"},
-        {member_kind::record, "        clear_record(&r->$m$);\n"},
-        {member_kind::records, "        r->$m$ = nullptr;\n        r->$m$_count = 0;\n"},
-    };
+void write_reset(const record &r, Printer &out) {
     if (r.members.empty()) {
-        out.Print("    static void clear($r$ *) {}\n\n", "r", r.c_name);
+        out.Print(
+            "    static bool has_spare_bits(const $r$ *) { return false; }\n\n"
+            "    static constexpr void keep_spare_bits(uint8_t *) {}\n\n"
+            "    static void set_defaults($r$ *) {}\n\n",
+            "r", r.c_name);
         return;
     }
-    out.Print("    static void clear($r$ *r) {\n", "r", r.c_name);
+    out.Print(
+        "    static QUILL_INLINE bool has_spare_bits(const $r$ *r) {\n"
+        "        return presence<$r$>::has_spare(r)",
+        "r", r.c_name);
     for (const member &m : r.members) {
-        print_rule(rules, r, m, out);
+        if (m.kind == member_kind::record) {
+            out.Print("\n            || codec<$e$>::has_spare_bits(&r->$m$)", "e", m.element, "m", m.c_name);
+        }
     }
-    out.Print("        presence<$r$>::clear(r);\n    }\n\n", "r", r.c_name);
+    out.Print(";\n    }\n\n");
+    out.Print(
+        "    static constexpr void keep_spare_bits(uint8_t *image) {\n"
+        "        presence<$r$>::keep_spare_bits(image);\n",
+        "r", r.c_name);
+    for (const member &m : r.members) {
+        if (m.kind == member_kind::record) {
+            out.Print("        codec<$e$>::keep_spare_bits(image + offsetof($r$, $m$));\n", "e", m.element, "r",
+                      r.c_name, "m", m.c_name);
+        }
+    }
+    out.Print("    }\n\n    static void set_defaults($r$ *$arg$) {\n", "r", r.c_name, "arg", r.zero_reset ? "" : "r");
+    for (const member &m : r.members) {
+        if (m.reset != "0") {
+            out.Print("        r->$m$ = $reset$;\n", "m", m.c_name, "reset", m.reset);
+        }
+        if (m.kind == member_kind::record && !m.zero_reset) {
+            out.Print("        codec<$e$>::set_defaults(&r->$m$);\n", "e", m.element, "m", m.c_name);
+        }
+    }
+    out.Print("    }\n\n");
 }
 
 void write_copy(const record &r, Printer &out) {
@@ -301,11 +463,12 @@ void write_release(const record &r, Printer &out) {
 void write_codec(const record &r, Printer &out) {
     out.Print("template <>\nstruct codec<$r$> {\n", "r", r.c_name);
     write_facts(r, out);
-    write_is_blank(r, out);
+    write_bits(r, out);
+    write_occupied(r, out);
     write_size(r, out);
     write_write(r, out);
     write_decode(r, out);
-    write_clear(r, out);
+    write_reset(r, out);
     write_copy(r, out);
     write_release(r, out);
     out.Print("};\n\n");
@@ -314,19 +477,23 @@ void write_codec(const record &r, Printer &out) {
 void write_exports(const record &r, Printer &out) {
     const variables names = {{"r", r.c_name}, {"unused", r.holds_tree ? ", uint32_t" : ""}};
     out.Print(names,
-              "uint64_t $r$_encode_ext(const $r$ *record, uint8_t *buffer, uint64_t buffer_length,\n"
+              "uint64_t $r$_encode_ext(\n"
+              "        const $r$ *record, uint8_t *buffer, uint64_t buffer_length,\n"
               "        quill_segment *segments, uint32_t *segment_count$unused$) {\n"
               "    return quill::encode(record, buffer, buffer_length, segments, segment_count);\n"
               "}\n\n"
-              "int32_t $r$_decode_ext($r$ *record, const uint8_t *buf, uint64_t len,\n"
+              "int32_t $r$_decode_ext(\n"
+              "        $r$ *record, const uint8_t *buf, uint64_t len,\n"
               "        quill_alloc_fn alloc, void *alloc_ctx$unused$) {\n"
               "    return quill::decode(record, buf, len, alloc, alloc_ctx);\n"
               "}\n\n"
-              "int32_t $r$_duplicate($r$ *dst, const $r$ *src,\n"
+              "int32_t $r$_duplicate(\n"
+              "        $r$ *dst, const $r$ *src,\n"
               "        quill_alloc_fn alloc_fn, void *alloc_ctx) {\n"
               "    return quill::duplicate(dst, src, alloc_fn, alloc_ctx);\n"
               "}\n\n"
-              "void $r$_free_ext($r$ *record, quill_free_fn free_fn, void *free_ctx$unused$) {\n"
+              "void $r$_free_ext(\n"
+              "        $r$ *record, quill_free_fn free_fn, void *free_ctx$unused$) {\n"
               "    quill::free_owned(record, free_fn, free_ctx);\n"
               "}\n\n");
 }

@@ -24,4 +24,6 @@ const orca_msg_rec orca_msg_rec_yang_info = {
     .reserved_5 = 0,
 };
 
-const orca_msg_rec *orca_msg_rec_yang_info_getfn() { return &orca_msg_rec_yang_info; }
+const orca_msg_rec *orca_msg_rec_yang_info_getfn() {
+    return &orca_msg_rec_yang_info;
+}

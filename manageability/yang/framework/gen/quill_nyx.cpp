@@ -10,35 +10,50 @@ namespace quill {
 template <>
 struct codec<quill_nyx_node_info> {
     static constexpr std::size_t members = 3;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_node_info, strings_3_count) + sizeof(quill_nyx_node_info::strings_3_count);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_node_info, strings_3_count)
+        + sizeof(quill_nyx_node_info::strings_3_count);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 3); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 3);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_node_info *r) {
-        return presence<quill_nyx_node_info>::none(r);
+    struct bit {
+        enum : uint32_t {
+            string_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+            strings_3 = 1U << 2,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_node_info *r) {
+        return presence<quill_nyx_node_info>::bits(r) != 0;
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_node_info *r, Pass &pass) {
+    static QUILL_NOINLINE uint64_t size(const quill_nyx_node_info *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_node_info>::bits(r);
         uint64_t size = 0;
-        size += r->has_string_1 ? size_text<1>(r->string_1, pass) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += r->has_strings_3 ? size_texts<3>(r->strings_3, r->strings_3_count, pass) : 0;
+        size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::strings_3 ? size_texts<3>(r->strings_3, r->strings_3_count, pass) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_node_info *r, typename Writer::position end, Writer &out) {
+    static QUILL_NOINLINE position_in<Writer> write(
+            const quill_nyx_node_info *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_strings_3 ? write_texts<3>(r->strings_3, r->strings_3_count, at, out) : at;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_string_1 ? write_text<1>(r->string_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_node_info>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::strings_3 ? write_texts<3>(r->strings_3, r->strings_3_count, at, out) : at;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::string_1 ? write_text<1>(r->string_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_node_info *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_node_info *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -74,12 +89,15 @@ struct codec<quill_nyx_node_info> {
         return at;
     }
 
-    static void clear(quill_nyx_node_info *r) {
-        r->string_1 = nullptr;
-        r->uint32_2 = 0;
-        r->strings_3 = nullptr;
-        r->strings_3_count = 0;
-        presence<quill_nyx_node_info>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_node_info *r) {
+        return presence<quill_nyx_node_info>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_node_info>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_node_info *) {
     }
 
     static void copy(quill_nyx_node_info *dst, const quill_nyx_node_info *src, copying &call) {
@@ -102,33 +120,47 @@ struct codec<quill_nyx_node_info> {
 template <>
 struct codec<quill_nyx_attribute> {
     static constexpr std::size_t members = 2;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_attribute, value) + sizeof(quill_nyx_attribute::value);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_attribute, value)
+        + sizeof(quill_nyx_attribute::value);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 2); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 2);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_attribute *r) {
-        return presence<quill_nyx_attribute>::none(r);
+    struct bit {
+        enum : uint32_t {
+            key = 1U << 0,
+            value = 1U << 1,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_attribute *r) {
+        return presence<quill_nyx_attribute>::bits(r) != 0;
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_attribute *r, Pass &pass) {
+    static QUILL_NOINLINE uint64_t size(const quill_nyx_attribute *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_attribute>::bits(r);
         uint64_t size = 0;
-        size += r->has_key ? size_text<1>(r->key, pass) : 0;
-        size += r->has_value ? size_text<2>(r->value, pass) : 0;
+        size += has & bit::key ? size_text<1>(r->key, pass) : 0;
+        size += has & bit::value ? size_text<2>(r->value, pass) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_attribute *r, typename Writer::position end, Writer &out) {
+    static QUILL_NOINLINE position_in<Writer> write(
+            const quill_nyx_attribute *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_value ? write_text<2>(r->value, at, out) : at;
-        at = r->has_key ? write_text<1>(r->key, at, out) : at;
+        const uint32_t has = presence<quill_nyx_attribute>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::value ? write_text<2>(r->value, at, out) : at;
+        at = has & bit::key ? write_text<1>(r->key, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_attribute *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_attribute *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -158,10 +190,15 @@ struct codec<quill_nyx_attribute> {
         return at;
     }
 
-    static void clear(quill_nyx_attribute *r) {
-        r->key = nullptr;
-        r->value = nullptr;
-        presence<quill_nyx_attribute>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_attribute *r) {
+        return presence<quill_nyx_attribute>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_attribute>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_attribute *) {
     }
 
     static void copy(quill_nyx_attribute *dst, const quill_nyx_attribute *src, copying &call) {
@@ -183,33 +220,47 @@ struct codec<quill_nyx_attribute> {
 template <>
 struct codec<quill_nyx_edit_ins_key> {
     static constexpr std::size_t members = 2;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_edit_ins_key, value) + sizeof(quill_nyx_edit_ins_key::value);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_edit_ins_key, value)
+        + sizeof(quill_nyx_edit_ins_key::value);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 2); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 2);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_edit_ins_key *r) {
-        return presence<quill_nyx_edit_ins_key>::none(r);
+    struct bit {
+        enum : uint32_t {
+            keys = 1U << 0,
+            value = 1U << 1,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_edit_ins_key *r) {
+        return presence<quill_nyx_edit_ins_key>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_edit_ins_key *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_edit_ins_key>::bits(r);
         uint64_t size = 0;
-        size += r->has_keys ? size_records<1>(r->keys, r->keys_count, pass) : 0;
-        size += r->has_value ? size_text<2>(r->value, pass) : 0;
+        size += has & bit::keys ? size_records<1>(r->keys, r->keys_count, pass) : 0;
+        size += has & bit::value ? size_text<2>(r->value, pass) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_edit_ins_key *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_edit_ins_key *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_value ? write_text<2>(r->value, at, out) : at;
-        at = r->has_keys ? write_records<1>(r->keys, r->keys_count, at, out) : at;
+        const uint32_t has = presence<quill_nyx_edit_ins_key>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::value ? write_text<2>(r->value, at, out) : at;
+        at = has & bit::keys ? write_records<1>(r->keys, r->keys_count, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_edit_ins_key *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_edit_ins_key *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -239,11 +290,15 @@ struct codec<quill_nyx_edit_ins_key> {
         return at;
     }
 
-    static void clear(quill_nyx_edit_ins_key *r) {
-        r->keys = nullptr;
-        r->keys_count = 0;
-        r->value = nullptr;
-        presence<quill_nyx_edit_ins_key>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_edit_ins_key *r) {
+        return presence<quill_nyx_edit_ins_key>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_edit_ins_key>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_edit_ins_key *) {
     }
 
     static void copy(quill_nyx_edit_ins_key *dst, const quill_nyx_edit_ins_key *src, copying &call) {
@@ -265,37 +320,52 @@ struct codec<quill_nyx_edit_ins_key> {
 template <>
 struct codec<quill_nyx_edit_ins> {
     static constexpr std::size_t members = 3;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_edit_ins, attribute) + sizeof(quill_nyx_edit_ins::attribute);
-    static constexpr bool zero_reset = codec<quill_nyx_edit_ins_key>::zero_reset && codec<quill_nyx_attribute>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_edit_ins, attribute)
+        + sizeof(quill_nyx_edit_ins::attribute);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 3); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 3);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_edit_ins *r) {
-        return presence<quill_nyx_edit_ins>::none(r)
-            && codec<quill_nyx_edit_ins_key>::is_blank(&r->key)
-            && codec<quill_nyx_attribute>::is_blank(&r->attribute);
+    struct bit {
+        enum : uint32_t {
+            insert = 1U << 0,
+            key = 1U << 1,
+            attribute = 1U << 2,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_edit_ins *r) {
+        return presence<quill_nyx_edit_ins>::bits(r) != 0
+            || codec<quill_nyx_edit_ins_key>::occupied(&r->key)
+            || codec<quill_nyx_attribute>::occupied(&r->attribute);
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_edit_ins *r, Pass &pass) {
+    static QUILL_NOINLINE uint64_t size(const quill_nyx_edit_ins *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_edit_ins>::bits(r);
         uint64_t size = 0;
-        size += r->has_insert ? size_varint<1>(r->insert) : 0;
-        size += size_record<2>(r->has_key, &r->key, pass);
-        size += size_record<3>(r->has_attribute, &r->attribute, pass);
+        size += has & bit::insert ? size_varint<1>(r->insert) : 0;
+        size += size_record<2>((has & bit::key) != 0, &r->key, pass);
+        size += size_record<3>((has & bit::attribute) != 0, &r->attribute, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_edit_ins *r, typename Writer::position end, Writer &out) {
+    static QUILL_NOINLINE position_in<Writer> write(
+            const quill_nyx_edit_ins *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<3>(r->has_attribute, &r->attribute, at, out);
-        at = write_record<2>(r->has_key, &r->key, at, out);
-        at = r->has_insert ? write_varint<1>(r->insert, at, out) : at;
+        const uint32_t has = presence<quill_nyx_edit_ins>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<3>((has & bit::attribute) != 0, &r->attribute, at, out);
+        at = write_record<2>((has & bit::key) != 0, &r->key, at, out);
+        at = has & bit::insert ? write_varint<1>(r->insert, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_edit_ins *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_edit_ins *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -331,11 +401,19 @@ struct codec<quill_nyx_edit_ins> {
         return at;
     }
 
-    static void clear(quill_nyx_edit_ins *r) {
-        r->insert = 0;
-        clear_record(&r->key);
-        clear_record(&r->attribute);
-        presence<quill_nyx_edit_ins>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_edit_ins *r) {
+        return presence<quill_nyx_edit_ins>::has_spare(r)
+            || codec<quill_nyx_edit_ins_key>::has_spare_bits(&r->key)
+            || codec<quill_nyx_attribute>::has_spare_bits(&r->attribute);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_edit_ins>::keep_spare_bits(image);
+        codec<quill_nyx_edit_ins_key>::keep_spare_bits(image + offsetof(quill_nyx_edit_ins, key));
+        codec<quill_nyx_attribute>::keep_spare_bits(image + offsetof(quill_nyx_edit_ins, attribute));
+    }
+
+    static void set_defaults(quill_nyx_edit_ins *) {
     }
 
     static void copy(quill_nyx_edit_ins *dst, const quill_nyx_edit_ins *src, copying &call) {
@@ -354,59 +432,108 @@ struct codec<quill_nyx_edit_ins> {
 template <>
 struct codec<quill_nyx_datatree> {
     static constexpr std::size_t members = 14;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_datatree, flag_14) + sizeof(quill_nyx_datatree::flag_14);
-    static constexpr bool zero_reset = codec<quill_nyx_node_info>::zero_reset && codec<quill_nyx_edit_ins>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_datatree, flag_14)
+        + sizeof(quill_nyx_datatree::flag_14);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 14); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 14);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_datatree *r) {
-        return presence<quill_nyx_datatree>::none(r)
-            && codec<quill_nyx_node_info>::is_blank(&r->node_info)
-            && codec<quill_nyx_edit_ins>::is_blank(&r->edit_ins);
+    struct bit {
+        enum : uint32_t {
+            name = 1U << 0,
+            value = 1U << 1,
+            namespace_ = 1U << 2,
+            uint32_4 = 1U << 3,
+            operation = 1U << 4,
+            attributes = 1U << 5,
+            children = 1U << 6,
+            uint32_8 = 1U << 7,
+            node_info = 1U << 8,
+            flag_10 = 1U << 9,
+            edit_ins = 1U << 10,
+            node_kind = 1U << 11,
+            string_13 = 1U << 12,
+            flag_14 = 1U << 13,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_datatree *r) {
+        return presence<quill_nyx_datatree>::bits(r) != 0
+            || codec<quill_nyx_node_info>::occupied(&r->node_info)
+            || codec<quill_nyx_edit_ins>::occupied(&r->edit_ins);
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_datatree *r, Pass &pass) {
+    static QUILL_NOINLINE uint64_t size(const quill_nyx_datatree *r, Pass &pass) {
+        return size_levels<levels_in_a_frame>(r, pass);
+    }
+
+    template <int Levels, class Pass>
+    static QUILL_INLINE uint64_t size_levels(const quill_nyx_datatree *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_datatree>::bits(r);
         uint64_t size = 0;
-        size += r->has_name ? size_text<1>(r->name, pass) : 0;
-        size += r->has_value ? size_text<2>(r->value, pass) : 0;
-        size += r->has_namespace ? size_text<3>(r->namespace_, pass) : 0;
-        size += r->has_uint32_4 ? size_varint<4>(r->uint32_4) : 0;
-        size += r->has_operation ? size_varint<5>(r->operation) : 0;
-        size += r->has_attributes ? size_records<6>(r->attributes, r->attributes_count, pass) : 0;
-        size += r->has_children ? size_records<7>(r->children, r->children_count, pass) : 0;
-        size += r->has_uint32_8 ? size_varint<8>(r->uint32_8) : 0;
-        size += size_record<9>(r->has_node_info, &r->node_info, pass);
-        size += r->has_flag_10 ? size_varint<10>(r->flag_10) : 0;
-        size += size_record<11>(r->has_edit_ins, &r->edit_ins, pass);
-        size += r->has_node_kind ? size_varint<12>(r->node_kind) : 0;
-        size += r->has_string_13 ? size_text<13>(r->string_13, pass) : 0;
-        size += r->has_flag_14 ? size_varint<14>(r->flag_14) : 0;
+        if ((has & 0xFFU) != 0) {
+            size += has & bit::name ? size_text<1>(r->name, pass) : 0;
+            size += has & bit::value ? size_text<2>(r->value, pass) : 0;
+            size += has & bit::namespace_ ? size_text<3>(r->namespace_, pass) : 0;
+            size += has & bit::uint32_4 ? size_varint<4>(r->uint32_4) : 0;
+            size += has & bit::operation ? size_varint<5>(r->operation) : 0;
+            size += has & bit::attributes ? size_records<6>(r->attributes, r->attributes_count, pass) : 0;
+            size += has & bit::children ? size_records<7, Levels>(r->children, r->children_count, pass) : 0;
+            size += has & bit::uint32_8 ? size_varint<8>(r->uint32_8) : 0;
+        }
+        if ((has & 0x3F00U) != 0
+                || codec<quill_nyx_node_info>::occupied(&r->node_info)
+                || codec<quill_nyx_edit_ins>::occupied(&r->edit_ins)) {
+            size += size_record<9>((has & bit::node_info) != 0, &r->node_info, pass);
+            size += has & bit::flag_10 ? size_varint<10>(r->flag_10) : 0;
+            size += size_record<11>((has & bit::edit_ins) != 0, &r->edit_ins, pass);
+            size += has & bit::node_kind ? size_varint<12>(r->node_kind) : 0;
+            size += has & bit::string_13 ? size_text<13>(r->string_13, pass) : 0;
+            size += has & bit::flag_14 ? size_varint<14>(r->flag_14) : 0;
+        }
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_datatree *r, typename Writer::position end, Writer &out) {
+    static QUILL_NOINLINE position_in<Writer> write(
+            const quill_nyx_datatree *r, position_in<Writer> end, Writer &out) {
+        return write_levels<levels_in_a_frame>(r, end, out);
+    }
+
+    template <int Levels, class Writer>
+    static QUILL_INLINE position_in<Writer> write_levels(
+            const quill_nyx_datatree *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_flag_14 ? write_varint<14>(r->flag_14, at, out) : at;
-        at = r->has_string_13 ? write_text<13>(r->string_13, at, out) : at;
-        at = r->has_node_kind ? write_varint<12>(r->node_kind, at, out) : at;
-        at = write_record<11>(r->has_edit_ins, &r->edit_ins, at, out);
-        at = r->has_flag_10 ? write_varint<10>(r->flag_10, at, out) : at;
-        at = write_record<9>(r->has_node_info, &r->node_info, at, out);
-        at = r->has_uint32_8 ? write_varint<8>(r->uint32_8, at, out) : at;
-        at = r->has_children ? write_records<7>(r->children, r->children_count, at, out) : at;
-        at = r->has_attributes ? write_records<6>(r->attributes, r->attributes_count, at, out) : at;
-        at = r->has_operation ? write_varint<5>(r->operation, at, out) : at;
-        at = r->has_uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
-        at = r->has_namespace ? write_text<3>(r->namespace_, at, out) : at;
-        at = r->has_value ? write_text<2>(r->value, at, out) : at;
-        at = r->has_name ? write_text<1>(r->name, at, out) : at;
+        const uint32_t has = presence<quill_nyx_datatree>::bits(r);
+        position_in<Writer> at = end;
+        if ((has & 0x3F00U) != 0
+                || codec<quill_nyx_node_info>::occupied(&r->node_info)
+                || codec<quill_nyx_edit_ins>::occupied(&r->edit_ins)) {
+            at = has & bit::flag_14 ? write_varint<14>(r->flag_14, at, out) : at;
+            at = has & bit::string_13 ? write_text<13>(r->string_13, at, out) : at;
+            at = has & bit::node_kind ? write_varint<12>(r->node_kind, at, out) : at;
+            at = write_record<11>((has & bit::edit_ins) != 0, &r->edit_ins, at, out);
+            at = has & bit::flag_10 ? write_varint<10>(r->flag_10, at, out) : at;
+            at = write_record<9>((has & bit::node_info) != 0, &r->node_info, at, out);
+        }
+        if ((has & 0xFFU) != 0) {
+            at = has & bit::uint32_8 ? write_varint<8>(r->uint32_8, at, out) : at;
+            at = has & bit::children ? write_records<7, Levels>(r->children, r->children_count, at, out) : at;
+            at = has & bit::attributes ? write_records<6>(r->attributes, r->attributes_count, at, out) : at;
+            at = has & bit::operation ? write_varint<5>(r->operation, at, out) : at;
+            at = has & bit::uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
+            at = has & bit::namespace_ ? write_text<3>(r->namespace_, at, out) : at;
+            at = has & bit::value ? write_text<2>(r->value, at, out) : at;
+            at = has & bit::name ? write_text<1>(r->name, at, out) : at;
+        }
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_datatree *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_datatree *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -508,24 +635,19 @@ struct codec<quill_nyx_datatree> {
         return at;
     }
 
-    static void clear(quill_nyx_datatree *r) {
-        r->name = nullptr;
-        r->value = nullptr;
-        r->namespace_ = nullptr;
-        r->uint32_4 = 0;
-        r->operation = 0;
-        r->attributes = nullptr;
-        r->attributes_count = 0;
-        r->children = nullptr;
-        r->children_count = 0;
-        r->uint32_8 = 0;
-        clear_record(&r->node_info);
-        r->flag_10 = 0;
-        clear_record(&r->edit_ins);
-        r->node_kind = 0;
-        r->string_13 = nullptr;
-        r->flag_14 = 0;
-        presence<quill_nyx_datatree>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_datatree *r) {
+        return presence<quill_nyx_datatree>::has_spare(r)
+            || codec<quill_nyx_node_info>::has_spare_bits(&r->node_info)
+            || codec<quill_nyx_edit_ins>::has_spare_bits(&r->edit_ins);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_datatree>::keep_spare_bits(image);
+        codec<quill_nyx_node_info>::keep_spare_bits(image + offsetof(quill_nyx_datatree, node_info));
+        codec<quill_nyx_edit_ins>::keep_spare_bits(image + offsetof(quill_nyx_datatree, edit_ins));
+    }
+
+    static void set_defaults(quill_nyx_datatree *) {
     }
 
     static void copy(quill_nyx_datatree *dst, const quill_nyx_datatree *src, copying &call) {
@@ -573,31 +695,44 @@ struct codec<quill_nyx_datatree> {
 template <>
 struct codec<quill_nyx_datastore> {
     static constexpr std::size_t members = 1;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_datastore, name) + sizeof(quill_nyx_datastore::name);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_datastore, name)
+        + sizeof(quill_nyx_datastore::name);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return field == 1; }
+    static constexpr bool is_member(uint32_t field) {
+        return field == 1;
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_datastore *r) {
-        return presence<quill_nyx_datastore>::none(r);
+    struct bit {
+        enum : uint32_t {
+            name = 1U << 0,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_datastore *r) {
+        return presence<quill_nyx_datastore>::bits(r) != 0;
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_datastore *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(const quill_nyx_datastore *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_datastore>::bits(r);
         uint64_t size = 0;
-        size += r->has_name ? size_text<1>(r->name, pass) : 0;
+        size += has & bit::name ? size_text<1>(r->name, pass) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_datastore *r, typename Writer::position end, Writer &out) {
+    static QUILL_INLINE position_in<Writer> write(
+            const quill_nyx_datastore *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_name ? write_text<1>(r->name, at, out) : at;
+        const uint32_t has = presence<quill_nyx_datastore>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::name ? write_text<1>(r->name, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_datastore *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_datastore *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -621,9 +756,15 @@ struct codec<quill_nyx_datastore> {
         return at;
     }
 
-    static void clear(quill_nyx_datastore *r) {
-        r->name = nullptr;
-        presence<quill_nyx_datastore>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_datastore *r) {
+        return presence<quill_nyx_datastore>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_datastore>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_datastore *) {
     }
 
     static void copy(quill_nyx_datastore *dst, const quill_nyx_datastore *src, copying &call) {
@@ -641,34 +782,48 @@ struct codec<quill_nyx_datastore> {
 template <>
 struct codec<quill_nyx_filter> {
     static constexpr std::size_t members = 2;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_filter, tree) + sizeof(quill_nyx_filter::tree);
-    static constexpr bool zero_reset = codec<quill_nyx_datatree>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_filter, tree)
+        + sizeof(quill_nyx_filter::tree);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 2); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 2);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_filter *r) {
-        return presence<quill_nyx_filter>::none(r)
-            && codec<quill_nyx_datatree>::is_blank(&r->tree);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            tree = 1U << 1,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_filter *r) {
+        return presence<quill_nyx_filter>::bits(r) != 0
+            || codec<quill_nyx_datatree>::occupied(&r->tree);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_filter *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_filter>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += size_record<2>(r->has_tree, &r->tree, pass);
+        size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+        size += size_record<2>((has & bit::tree) != 0, &r->tree, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_filter *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_filter *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<2>(r->has_tree, &r->tree, at, out);
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_filter>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<2>((has & bit::tree) != 0, &r->tree, at, out);
+        at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_filter *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_filter *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -698,10 +853,17 @@ struct codec<quill_nyx_filter> {
         return at;
     }
 
-    static void clear(quill_nyx_filter *r) {
-        r->uint32_1 = 0;
-        clear_record(&r->tree);
-        presence<quill_nyx_filter>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_filter *r) {
+        return presence<quill_nyx_filter>::has_spare(r)
+            || codec<quill_nyx_datatree>::has_spare_bits(&r->tree);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_filter>::keep_spare_bits(image);
+        codec<quill_nyx_datatree>::keep_spare_bits(image + offsetof(quill_nyx_filter, tree));
+    }
+
+    static void set_defaults(quill_nyx_filter *) {
     }
 
     static void copy(quill_nyx_filter *dst, const quill_nyx_filter *src, copying &call) {
@@ -718,37 +880,53 @@ struct codec<quill_nyx_filter> {
 template <>
 struct codec<quill_nyx_with_defaults> {
     static constexpr std::size_t members = 4;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_with_defaults, uint32_4) + sizeof(quill_nyx_with_defaults::uint32_4);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_with_defaults, uint32_4)
+        + sizeof(quill_nyx_with_defaults::uint32_4);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 4); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 4);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_with_defaults *r) {
-        return presence<quill_nyx_with_defaults>::none(r);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+            string_3 = 1U << 2,
+            uint32_4 = 1U << 3,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_with_defaults *r) {
+        return presence<quill_nyx_with_defaults>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_with_defaults *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_with_defaults>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += r->has_string_3 ? size_text<3>(r->string_3, pass) : 0;
-        size += r->has_uint32_4 ? size_varint<4>(r->uint32_4) : 0;
+        size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::string_3 ? size_text<3>(r->string_3, pass) : 0;
+        size += has & bit::uint32_4 ? size_varint<4>(r->uint32_4) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_with_defaults *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_with_defaults *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
-        at = r->has_string_3 ? write_text<3>(r->string_3, at, out) : at;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_with_defaults>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
+        at = has & bit::string_3 ? write_text<3>(r->string_3, at, out) : at;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_with_defaults *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_with_defaults *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -790,12 +968,15 @@ struct codec<quill_nyx_with_defaults> {
         return at;
     }
 
-    static void clear(quill_nyx_with_defaults *r) {
-        r->uint32_1 = 0;
-        r->uint32_2 = 0;
-        r->string_3 = nullptr;
-        r->uint32_4 = 0;
-        presence<quill_nyx_with_defaults>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_with_defaults *r) {
+        return presence<quill_nyx_with_defaults>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_with_defaults>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_with_defaults *) {
     }
 
     static void copy(quill_nyx_with_defaults *dst, const quill_nyx_with_defaults *src, copying &call) {
@@ -816,49 +997,79 @@ struct codec<quill_nyx_with_defaults> {
 template <>
 struct codec<quill_nyx_start_session> {
     static constexpr std::size_t members = 10;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_start_session, string_10) + sizeof(quill_nyx_start_session::string_10);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_start_session, string_10)
+        + sizeof(quill_nyx_start_session::string_10);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 10); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 10);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_start_session *r) {
-        return presence<quill_nyx_start_session>::none(r);
+    struct bit {
+        enum : uint32_t {
+            string_1 = 1U << 0,
+            string_2 = 1U << 1,
+            uint32_3 = 1U << 2,
+            flag_4 = 1U << 3,
+            string_5 = 1U << 4,
+            string_6 = 1U << 5,
+            string_7 = 1U << 6,
+            uint32_8 = 1U << 7,
+            flag_9 = 1U << 8,
+            string_10 = 1U << 9,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_start_session *r) {
+        return presence<quill_nyx_start_session>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_start_session *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_start_session>::bits(r);
         uint64_t size = 0;
-        size += r->has_string_1 ? size_text<1>(r->string_1, pass) : 0;
-        size += r->has_string_2 ? size_text<2>(r->string_2, pass) : 0;
-        size += r->has_uint32_3 ? size_varint<3>(r->uint32_3) : 0;
-        size += r->has_flag_4 ? size_varint<4>(r->flag_4) : 0;
-        size += r->has_string_5 ? size_text<5>(r->string_5, pass) : 0;
-        size += r->has_string_6 ? size_text<6>(r->string_6, pass) : 0;
-        size += r->has_string_7 ? size_text<7>(r->string_7, pass) : 0;
-        size += r->has_uint32_8 ? size_varint<8>(r->uint32_8) : 0;
-        size += r->has_flag_9 ? size_varint<9>(r->flag_9) : 0;
-        size += r->has_string_10 ? size_text<10>(r->string_10, pass) : 0;
+        if ((has & 0xFFU) != 0) {
+            size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
+            size += has & bit::string_2 ? size_text<2>(r->string_2, pass) : 0;
+            size += has & bit::uint32_3 ? size_varint<3>(r->uint32_3) : 0;
+            size += has & bit::flag_4 ? size_varint<4>(r->flag_4) : 0;
+            size += has & bit::string_5 ? size_text<5>(r->string_5, pass) : 0;
+            size += has & bit::string_6 ? size_text<6>(r->string_6, pass) : 0;
+            size += has & bit::string_7 ? size_text<7>(r->string_7, pass) : 0;
+            size += has & bit::uint32_8 ? size_varint<8>(r->uint32_8) : 0;
+        }
+        if ((has & 0x300U) != 0) {
+            size += has & bit::flag_9 ? size_varint<9>(r->flag_9) : 0;
+            size += has & bit::string_10 ? size_text<10>(r->string_10, pass) : 0;
+        }
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_start_session *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_start_session *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_string_10 ? write_text<10>(r->string_10, at, out) : at;
-        at = r->has_flag_9 ? write_varint<9>(r->flag_9, at, out) : at;
-        at = r->has_uint32_8 ? write_varint<8>(r->uint32_8, at, out) : at;
-        at = r->has_string_7 ? write_text<7>(r->string_7, at, out) : at;
-        at = r->has_string_6 ? write_text<6>(r->string_6, at, out) : at;
-        at = r->has_string_5 ? write_text<5>(r->string_5, at, out) : at;
-        at = r->has_flag_4 ? write_varint<4>(r->flag_4, at, out) : at;
-        at = r->has_uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
-        at = r->has_string_2 ? write_text<2>(r->string_2, at, out) : at;
-        at = r->has_string_1 ? write_text<1>(r->string_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_start_session>::bits(r);
+        position_in<Writer> at = end;
+        if ((has & 0x300U) != 0) {
+            at = has & bit::string_10 ? write_text<10>(r->string_10, at, out) : at;
+            at = has & bit::flag_9 ? write_varint<9>(r->flag_9, at, out) : at;
+        }
+        if ((has & 0xFFU) != 0) {
+            at = has & bit::uint32_8 ? write_varint<8>(r->uint32_8, at, out) : at;
+            at = has & bit::string_7 ? write_text<7>(r->string_7, at, out) : at;
+            at = has & bit::string_6 ? write_text<6>(r->string_6, at, out) : at;
+            at = has & bit::string_5 ? write_text<5>(r->string_5, at, out) : at;
+            at = has & bit::flag_4 ? write_varint<4>(r->flag_4, at, out) : at;
+            at = has & bit::uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
+            at = has & bit::string_2 ? write_text<2>(r->string_2, at, out) : at;
+            at = has & bit::string_1 ? write_text<1>(r->string_1, at, out) : at;
+        }
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_start_session *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_start_session *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -936,18 +1147,15 @@ struct codec<quill_nyx_start_session> {
         return at;
     }
 
-    static void clear(quill_nyx_start_session *r) {
-        r->string_1 = nullptr;
-        r->string_2 = nullptr;
-        r->uint32_3 = 0;
-        r->flag_4 = 0;
-        r->string_5 = nullptr;
-        r->string_6 = nullptr;
-        r->string_7 = nullptr;
-        r->uint32_8 = 0;
-        r->flag_9 = 0;
-        r->string_10 = nullptr;
-        presence<quill_nyx_start_session>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_start_session *r) {
+        return presence<quill_nyx_start_session>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_start_session>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_start_session *) {
     }
 
     static void copy(quill_nyx_start_session *dst, const quill_nyx_start_session *src, copying &call) {
@@ -989,33 +1197,47 @@ struct codec<quill_nyx_start_session> {
 template <>
 struct codec<quill_nyx_stop_session> {
     static constexpr std::size_t members = 2;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_stop_session, uint32_2) + sizeof(quill_nyx_stop_session::uint32_2);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_stop_session, uint32_2)
+        + sizeof(quill_nyx_stop_session::uint32_2);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 2); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 2);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_stop_session *r) {
-        return presence<quill_nyx_stop_session>::none(r);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_stop_session *r) {
+        return presence<quill_nyx_stop_session>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_stop_session *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_stop_session>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_stop_session *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_stop_session *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_stop_session>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_stop_session *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_stop_session *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1045,10 +1267,15 @@ struct codec<quill_nyx_stop_session> {
         return at;
     }
 
-    static void clear(quill_nyx_stop_session *r) {
-        r->uint32_1 = 0;
-        r->uint32_2 = 0;
-        presence<quill_nyx_stop_session>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_stop_session *r) {
+        return presence<quill_nyx_stop_session>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_stop_session>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_stop_session *) {
     }
 
     static void copy(quill_nyx_stop_session *dst, const quill_nyx_stop_session *src, copying &) {
@@ -1063,42 +1290,59 @@ struct codec<quill_nyx_stop_session> {
 template <>
 struct codec<quill_nyx_get_config> {
     static constexpr std::size_t members = 5;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_get_config, string_5) + sizeof(quill_nyx_get_config::string_5);
-    static constexpr bool zero_reset = codec<quill_nyx_datastore>::zero_reset && codec<quill_nyx_filter>::zero_reset && codec<quill_nyx_with_defaults>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_get_config, string_5)
+        + sizeof(quill_nyx_get_config::string_5);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 5); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 5);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_get_config *r) {
-        return presence<quill_nyx_get_config>::none(r)
-            && codec<quill_nyx_datastore>::is_blank(&r->source)
-            && codec<quill_nyx_filter>::is_blank(&r->filter)
-            && codec<quill_nyx_with_defaults>::is_blank(&r->with_defaults);
+    struct bit {
+        enum : uint32_t {
+            source = 1U << 0,
+            filter = 1U << 1,
+            uint32_3 = 1U << 2,
+            with_defaults = 1U << 3,
+            string_5 = 1U << 4,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_get_config *r) {
+        return presence<quill_nyx_get_config>::bits(r) != 0
+            || codec<quill_nyx_datastore>::occupied(&r->source)
+            || codec<quill_nyx_filter>::occupied(&r->filter)
+            || codec<quill_nyx_with_defaults>::occupied(&r->with_defaults);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_get_config *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_get_config>::bits(r);
         uint64_t size = 0;
-        size += size_record<1>(r->has_source, &r->source, pass);
-        size += size_record<2>(r->has_filter, &r->filter, pass);
-        size += r->has_uint32_3 ? size_varint<3>(r->uint32_3) : 0;
-        size += size_record<4>(r->has_with_defaults, &r->with_defaults, pass);
-        size += r->has_string_5 ? size_text<5>(r->string_5, pass) : 0;
+        size += size_record<1>((has & bit::source) != 0, &r->source, pass);
+        size += size_record<2>((has & bit::filter) != 0, &r->filter, pass);
+        size += has & bit::uint32_3 ? size_varint<3>(r->uint32_3) : 0;
+        size += size_record<4>((has & bit::with_defaults) != 0, &r->with_defaults, pass);
+        size += has & bit::string_5 ? size_text<5>(r->string_5, pass) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_get_config *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_get_config *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_string_5 ? write_text<5>(r->string_5, at, out) : at;
-        at = write_record<4>(r->has_with_defaults, &r->with_defaults, at, out);
-        at = r->has_uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
-        at = write_record<2>(r->has_filter, &r->filter, at, out);
-        at = write_record<1>(r->has_source, &r->source, at, out);
+        const uint32_t has = presence<quill_nyx_get_config>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::string_5 ? write_text<5>(r->string_5, at, out) : at;
+        at = write_record<4>((has & bit::with_defaults) != 0, &r->with_defaults, at, out);
+        at = has & bit::uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
+        at = write_record<2>((has & bit::filter) != 0, &r->filter, at, out);
+        at = write_record<1>((has & bit::source) != 0, &r->source, at, out);
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_get_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_get_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1146,13 +1390,21 @@ struct codec<quill_nyx_get_config> {
         return at;
     }
 
-    static void clear(quill_nyx_get_config *r) {
-        clear_record(&r->source);
-        clear_record(&r->filter);
-        r->uint32_3 = 0;
-        clear_record(&r->with_defaults);
-        r->string_5 = nullptr;
-        presence<quill_nyx_get_config>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_get_config *r) {
+        return presence<quill_nyx_get_config>::has_spare(r)
+            || codec<quill_nyx_datastore>::has_spare_bits(&r->source)
+            || codec<quill_nyx_filter>::has_spare_bits(&r->filter)
+            || codec<quill_nyx_with_defaults>::has_spare_bits(&r->with_defaults);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_get_config>::keep_spare_bits(image);
+        codec<quill_nyx_datastore>::keep_spare_bits(image + offsetof(quill_nyx_get_config, source));
+        codec<quill_nyx_filter>::keep_spare_bits(image + offsetof(quill_nyx_get_config, filter));
+        codec<quill_nyx_with_defaults>::keep_spare_bits(image + offsetof(quill_nyx_get_config, with_defaults));
+    }
+
+    static void set_defaults(quill_nyx_get_config *) {
     }
 
     static void copy(quill_nyx_get_config *dst, const quill_nyx_get_config *src, copying &call) {
@@ -1177,41 +1429,58 @@ struct codec<quill_nyx_get_config> {
 template <>
 struct codec<quill_nyx_edit_config> {
     static constexpr std::size_t members = 5;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_edit_config, config) + sizeof(quill_nyx_edit_config::config);
-    static constexpr bool zero_reset = codec<quill_nyx_datastore>::zero_reset && codec<quill_nyx_datatree>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_edit_config, config)
+        + sizeof(quill_nyx_edit_config::config);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 5); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 5);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_edit_config *r) {
-        return presence<quill_nyx_edit_config>::none(r)
-            && codec<quill_nyx_datastore>::is_blank(&r->target)
-            && codec<quill_nyx_datatree>::is_blank(&r->config);
+    struct bit {
+        enum : uint32_t {
+            target = 1U << 0,
+            uint32_2 = 1U << 1,
+            uint32_4 = 1U << 2,
+            uint32_3 = 1U << 3,
+            config = 1U << 4,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_edit_config *r) {
+        return presence<quill_nyx_edit_config>::bits(r) != 0
+            || codec<quill_nyx_datastore>::occupied(&r->target)
+            || codec<quill_nyx_datatree>::occupied(&r->config);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_edit_config *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_edit_config>::bits(r);
         uint64_t size = 0;
-        size += size_record<1>(r->has_target, &r->target, pass);
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += r->has_uint32_4 ? size_varint<4>(r->uint32_4) : 0;
-        size += r->has_uint32_3 ? size_varint<3>(r->uint32_3) : 0;
-        size += size_record<5>(r->has_config, &r->config, pass);
+        size += size_record<1>((has & bit::target) != 0, &r->target, pass);
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::uint32_4 ? size_varint<4>(r->uint32_4) : 0;
+        size += has & bit::uint32_3 ? size_varint<3>(r->uint32_3) : 0;
+        size += size_record<5>((has & bit::config) != 0, &r->config, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_edit_config *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_edit_config *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<5>(r->has_config, &r->config, at, out);
-        at = r->has_uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
-        at = r->has_uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = write_record<1>(r->has_target, &r->target, at, out);
+        const uint32_t has = presence<quill_nyx_edit_config>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<5>((has & bit::config) != 0, &r->config, at, out);
+        at = has & bit::uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
+        at = has & bit::uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = write_record<1>((has & bit::target) != 0, &r->target, at, out);
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_edit_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_edit_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1259,13 +1528,19 @@ struct codec<quill_nyx_edit_config> {
         return at;
     }
 
-    static void clear(quill_nyx_edit_config *r) {
-        clear_record(&r->target);
-        r->uint32_2 = 0;
-        r->uint32_4 = 0;
-        r->uint32_3 = 0;
-        clear_record(&r->config);
-        presence<quill_nyx_edit_config>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_edit_config *r) {
+        return presence<quill_nyx_edit_config>::has_spare(r)
+            || codec<quill_nyx_datastore>::has_spare_bits(&r->target)
+            || codec<quill_nyx_datatree>::has_spare_bits(&r->config);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_edit_config>::keep_spare_bits(image);
+        codec<quill_nyx_datastore>::keep_spare_bits(image + offsetof(quill_nyx_edit_config, target));
+        codec<quill_nyx_datatree>::keep_spare_bits(image + offsetof(quill_nyx_edit_config, config));
+    }
+
+    static void set_defaults(quill_nyx_edit_config *) {
     }
 
     static void copy(quill_nyx_edit_config *dst, const quill_nyx_edit_config *src, copying &call) {
@@ -1286,35 +1561,50 @@ struct codec<quill_nyx_edit_config> {
 template <>
 struct codec<quill_nyx_cli_config> {
     static constexpr std::size_t members = 3;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_cli_config, uint32_3) + sizeof(quill_nyx_cli_config::uint32_3);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_cli_config, uint32_3)
+        + sizeof(quill_nyx_cli_config::uint32_3);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 3); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 3);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_cli_config *r) {
-        return presence<quill_nyx_cli_config>::none(r);
+    struct bit {
+        enum : uint32_t {
+            string_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+            uint32_3 = 1U << 2,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_cli_config *r) {
+        return presence<quill_nyx_cli_config>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_cli_config *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_cli_config>::bits(r);
         uint64_t size = 0;
-        size += r->has_string_1 ? size_text<1>(r->string_1, pass) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += r->has_uint32_3 ? size_varint<3>(r->uint32_3) : 0;
+        size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::uint32_3 ? size_varint<3>(r->uint32_3) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_cli_config *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_cli_config *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_string_1 ? write_text<1>(r->string_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_cli_config>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::string_1 ? write_text<1>(r->string_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_cli_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_cli_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1350,11 +1640,15 @@ struct codec<quill_nyx_cli_config> {
         return at;
     }
 
-    static void clear(quill_nyx_cli_config *r) {
-        r->string_1 = nullptr;
-        r->uint32_2 = 0;
-        r->uint32_3 = 0;
-        presence<quill_nyx_cli_config>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_cli_config *r) {
+        return presence<quill_nyx_cli_config>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_cli_config>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_cli_config *) {
     }
 
     static void copy(quill_nyx_cli_config *dst, const quill_nyx_cli_config *src, copying &call) {
@@ -1374,35 +1668,49 @@ struct codec<quill_nyx_cli_config> {
 template <>
 struct codec<quill_nyx_validate> {
     static constexpr std::size_t members = 2;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_validate, config) + sizeof(quill_nyx_validate::config);
-    static constexpr bool zero_reset = codec<quill_nyx_datastore>::zero_reset && codec<quill_nyx_datatree>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_validate, config)
+        + sizeof(quill_nyx_validate::config);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 2); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 2);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_validate *r) {
-        return presence<quill_nyx_validate>::none(r)
-            && codec<quill_nyx_datastore>::is_blank(&r->source)
-            && codec<quill_nyx_datatree>::is_blank(&r->config);
+    struct bit {
+        enum : uint32_t {
+            source = 1U << 0,
+            config = 1U << 1,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_validate *r) {
+        return presence<quill_nyx_validate>::bits(r) != 0
+            || codec<quill_nyx_datastore>::occupied(&r->source)
+            || codec<quill_nyx_datatree>::occupied(&r->config);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_validate *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_validate>::bits(r);
         uint64_t size = 0;
-        size += size_record<1>(r->has_source, &r->source, pass);
-        size += size_record<2>(r->has_config, &r->config, pass);
+        size += size_record<1>((has & bit::source) != 0, &r->source, pass);
+        size += size_record<2>((has & bit::config) != 0, &r->config, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_validate *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_validate *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<2>(r->has_config, &r->config, at, out);
-        at = write_record<1>(r->has_source, &r->source, at, out);
+        const uint32_t has = presence<quill_nyx_validate>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<2>((has & bit::config) != 0, &r->config, at, out);
+        at = write_record<1>((has & bit::source) != 0, &r->source, at, out);
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_validate *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_validate *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1432,10 +1740,19 @@ struct codec<quill_nyx_validate> {
         return at;
     }
 
-    static void clear(quill_nyx_validate *r) {
-        clear_record(&r->source);
-        clear_record(&r->config);
-        presence<quill_nyx_validate>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_validate *r) {
+        return presence<quill_nyx_validate>::has_spare(r)
+            || codec<quill_nyx_datastore>::has_spare_bits(&r->source)
+            || codec<quill_nyx_datatree>::has_spare_bits(&r->config);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_validate>::keep_spare_bits(image);
+        codec<quill_nyx_datastore>::keep_spare_bits(image + offsetof(quill_nyx_validate, source));
+        codec<quill_nyx_datatree>::keep_spare_bits(image + offsetof(quill_nyx_validate, config));
+    }
+
+    static void set_defaults(quill_nyx_validate *) {
     }
 
     static void copy(quill_nyx_validate *dst, const quill_nyx_validate *src, copying &call) {
@@ -1453,32 +1770,45 @@ struct codec<quill_nyx_validate> {
 template <>
 struct codec<quill_nyx_lock> {
     static constexpr std::size_t members = 1;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_lock, target) + sizeof(quill_nyx_lock::target);
-    static constexpr bool zero_reset = codec<quill_nyx_datastore>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_lock, target)
+        + sizeof(quill_nyx_lock::target);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return field == 1; }
+    static constexpr bool is_member(uint32_t field) {
+        return field == 1;
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_lock *r) {
-        return presence<quill_nyx_lock>::none(r)
-            && codec<quill_nyx_datastore>::is_blank(&r->target);
+    struct bit {
+        enum : uint32_t {
+            target = 1U << 0,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_lock *r) {
+        return presence<quill_nyx_lock>::bits(r) != 0
+            || codec<quill_nyx_datastore>::occupied(&r->target);
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_lock *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(const quill_nyx_lock *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_lock>::bits(r);
         uint64_t size = 0;
-        size += size_record<1>(r->has_target, &r->target, pass);
+        size += size_record<1>((has & bit::target) != 0, &r->target, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_lock *r, typename Writer::position end, Writer &out) {
+    static QUILL_INLINE position_in<Writer> write(
+            const quill_nyx_lock *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<1>(r->has_target, &r->target, at, out);
+        const uint32_t has = presence<quill_nyx_lock>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<1>((has & bit::target) != 0, &r->target, at, out);
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_lock *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_lock *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1502,9 +1832,17 @@ struct codec<quill_nyx_lock> {
         return at;
     }
 
-    static void clear(quill_nyx_lock *r) {
-        clear_record(&r->target);
-        presence<quill_nyx_lock>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_lock *r) {
+        return presence<quill_nyx_lock>::has_spare(r)
+            || codec<quill_nyx_datastore>::has_spare_bits(&r->target);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_lock>::keep_spare_bits(image);
+        codec<quill_nyx_datastore>::keep_spare_bits(image + offsetof(quill_nyx_lock, target));
+    }
+
+    static void set_defaults(quill_nyx_lock *) {
     }
 
     static void copy(quill_nyx_lock *dst, const quill_nyx_lock *src, copying &call) {
@@ -1520,32 +1858,45 @@ struct codec<quill_nyx_lock> {
 template <>
 struct codec<quill_nyx_unlock> {
     static constexpr std::size_t members = 1;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_unlock, target) + sizeof(quill_nyx_unlock::target);
-    static constexpr bool zero_reset = codec<quill_nyx_datastore>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_unlock, target)
+        + sizeof(quill_nyx_unlock::target);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return field == 1; }
+    static constexpr bool is_member(uint32_t field) {
+        return field == 1;
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_unlock *r) {
-        return presence<quill_nyx_unlock>::none(r)
-            && codec<quill_nyx_datastore>::is_blank(&r->target);
+    struct bit {
+        enum : uint32_t {
+            target = 1U << 0,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_unlock *r) {
+        return presence<quill_nyx_unlock>::bits(r) != 0
+            || codec<quill_nyx_datastore>::occupied(&r->target);
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_unlock *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(const quill_nyx_unlock *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_unlock>::bits(r);
         uint64_t size = 0;
-        size += size_record<1>(r->has_target, &r->target, pass);
+        size += size_record<1>((has & bit::target) != 0, &r->target, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_unlock *r, typename Writer::position end, Writer &out) {
+    static QUILL_INLINE position_in<Writer> write(
+            const quill_nyx_unlock *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<1>(r->has_target, &r->target, at, out);
+        const uint32_t has = presence<quill_nyx_unlock>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<1>((has & bit::target) != 0, &r->target, at, out);
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_unlock *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_unlock *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1569,9 +1920,17 @@ struct codec<quill_nyx_unlock> {
         return at;
     }
 
-    static void clear(quill_nyx_unlock *r) {
-        clear_record(&r->target);
-        presence<quill_nyx_unlock>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_unlock *r) {
+        return presence<quill_nyx_unlock>::has_spare(r)
+            || codec<quill_nyx_datastore>::has_spare_bits(&r->target);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_unlock>::keep_spare_bits(image);
+        codec<quill_nyx_datastore>::keep_spare_bits(image + offsetof(quill_nyx_unlock, target));
+    }
+
+    static void set_defaults(quill_nyx_unlock *) {
     }
 
     static void copy(quill_nyx_unlock *dst, const quill_nyx_unlock *src, copying &call) {
@@ -1587,41 +1946,59 @@ struct codec<quill_nyx_unlock> {
 template <>
 struct codec<quill_nyx_commit> {
     static constexpr std::size_t members = 6;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_commit, flag_6) + sizeof(quill_nyx_commit::flag_6);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_commit, flag_6)
+        + sizeof(quill_nyx_commit::flag_6);
     static constexpr bool zero_reset = false;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 6); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 6);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_commit *r) {
-        return presence<quill_nyx_commit>::none(r);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+            string_3 = 1U << 2,
+            string_4 = 1U << 3,
+            flag_5 = 1U << 4,
+            flag_6 = 1U << 5,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_commit *r) {
+        return presence<quill_nyx_commit>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_commit *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_commit>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += r->has_string_3 ? size_text<3>(r->string_3, pass) : 0;
-        size += r->has_string_4 ? size_text<4>(r->string_4, pass) : 0;
-        size += r->has_flag_5 ? size_varint<5>(r->flag_5) : 0;
-        size += r->has_flag_6 ? size_varint<6>(r->flag_6) : 0;
+        size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::string_3 ? size_text<3>(r->string_3, pass) : 0;
+        size += has & bit::string_4 ? size_text<4>(r->string_4, pass) : 0;
+        size += has & bit::flag_5 ? size_varint<5>(r->flag_5) : 0;
+        size += has & bit::flag_6 ? size_varint<6>(r->flag_6) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_commit *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_commit *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_flag_6 ? write_varint<6>(r->flag_6, at, out) : at;
-        at = r->has_flag_5 ? write_varint<5>(r->flag_5, at, out) : at;
-        at = r->has_string_4 ? write_text<4>(r->string_4, at, out) : at;
-        at = r->has_string_3 ? write_text<3>(r->string_3, at, out) : at;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_commit>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::flag_6 ? write_varint<6>(r->flag_6, at, out) : at;
+        at = has & bit::flag_5 ? write_varint<5>(r->flag_5, at, out) : at;
+        at = has & bit::string_4 ? write_text<4>(r->string_4, at, out) : at;
+        at = has & bit::string_3 ? write_text<3>(r->string_3, at, out) : at;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_commit *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_commit *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1675,14 +2052,16 @@ struct codec<quill_nyx_commit> {
         return at;
     }
 
-    static void clear(quill_nyx_commit *r) {
-        r->uint32_1 = 0;
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_commit *r) {
+        return presence<quill_nyx_commit>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_commit>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_commit *r) {
         r->uint32_2 = 600;
-        r->string_3 = nullptr;
-        r->string_4 = nullptr;
-        r->flag_5 = 0;
-        r->flag_6 = 0;
-        presence<quill_nyx_commit>::clear(r);
     }
 
     static void copy(quill_nyx_commit *dst, const quill_nyx_commit *src, copying &call) {
@@ -1708,31 +2087,44 @@ struct codec<quill_nyx_commit> {
 template <>
 struct codec<quill_nyx_cancel_commit> {
     static constexpr std::size_t members = 1;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_cancel_commit, string_1) + sizeof(quill_nyx_cancel_commit::string_1);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_cancel_commit, string_1)
+        + sizeof(quill_nyx_cancel_commit::string_1);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return field == 1; }
+    static constexpr bool is_member(uint32_t field) {
+        return field == 1;
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_cancel_commit *r) {
-        return presence<quill_nyx_cancel_commit>::none(r);
+    struct bit {
+        enum : uint32_t {
+            string_1 = 1U << 0,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_cancel_commit *r) {
+        return presence<quill_nyx_cancel_commit>::bits(r) != 0;
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_cancel_commit *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(const quill_nyx_cancel_commit *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_cancel_commit>::bits(r);
         uint64_t size = 0;
-        size += r->has_string_1 ? size_text<1>(r->string_1, pass) : 0;
+        size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_cancel_commit *r, typename Writer::position end, Writer &out) {
+    static QUILL_INLINE position_in<Writer> write(
+            const quill_nyx_cancel_commit *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_string_1 ? write_text<1>(r->string_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_cancel_commit>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::string_1 ? write_text<1>(r->string_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_cancel_commit *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_cancel_commit *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1756,9 +2148,15 @@ struct codec<quill_nyx_cancel_commit> {
         return at;
     }
 
-    static void clear(quill_nyx_cancel_commit *r) {
-        r->string_1 = nullptr;
-        presence<quill_nyx_cancel_commit>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_cancel_commit *r) {
+        return presence<quill_nyx_cancel_commit>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_cancel_commit>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_cancel_commit *) {
     }
 
     static void copy(quill_nyx_cancel_commit *dst, const quill_nyx_cancel_commit *src, copying &call) {
@@ -1779,24 +2177,26 @@ struct codec<quill_nyx_discard_changes> {
     static constexpr std::size_t presence_offset = 0;
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t) { return false; }
+    static constexpr bool is_member(uint32_t) {
+        return false;
+    }
 
-    static bool is_blank(const quill_nyx_discard_changes *) { return true; }
+    static bool occupied(const quill_nyx_discard_changes *) { return false; }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_discard_changes *, Pass &pass) {
-        uint64_t size = 0;
-        return pass.leave(size);
+    static QUILL_INLINE uint64_t size(const quill_nyx_discard_changes *, Pass &pass) {
+        return pass.leave(0);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_discard_changes *, typename Writer::position end, Writer &out) {
+    static QUILL_INLINE position_in<Writer> write(
+            const quill_nyx_discard_changes *, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        return out.leave(place, at, end);
+        return out.leave(place, end, end);
     }
 
-    static const uint8_t *decode(quill_nyx_discard_changes *, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_discard_changes *, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1811,7 +2211,11 @@ struct codec<quill_nyx_discard_changes> {
         return at;
     }
 
-    static void clear(quill_nyx_discard_changes *) {}
+    static bool has_spare_bits(const quill_nyx_discard_changes *) { return false; }
+
+    static constexpr void keep_spare_bits(uint8_t *) {}
+
+    static void set_defaults(quill_nyx_discard_changes *) {}
 
     static void copy(quill_nyx_discard_changes *, const quill_nyx_discard_changes *, copying &) {}
 
@@ -1821,45 +2225,63 @@ struct codec<quill_nyx_discard_changes> {
 template <>
 struct codec<quill_nyx_copy_config> {
     static constexpr std::size_t members = 6;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_copy_config, with_defaults) + sizeof(quill_nyx_copy_config::with_defaults);
-    static constexpr bool zero_reset = codec<quill_nyx_datastore>::zero_reset && codec<quill_nyx_datastore>::zero_reset && codec<quill_nyx_datatree>::zero_reset && codec<quill_nyx_with_defaults>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_copy_config, with_defaults)
+        + sizeof(quill_nyx_copy_config::with_defaults);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 6); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 6);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_copy_config *r) {
-        return presence<quill_nyx_copy_config>::none(r)
-            && codec<quill_nyx_datastore>::is_blank(&r->target)
-            && codec<quill_nyx_datastore>::is_blank(&r->source)
-            && codec<quill_nyx_datatree>::is_blank(&r->config)
-            && codec<quill_nyx_with_defaults>::is_blank(&r->with_defaults);
+    struct bit {
+        enum : uint32_t {
+            target = 1U << 0,
+            string_2 = 1U << 1,
+            source = 1U << 2,
+            string_4 = 1U << 3,
+            config = 1U << 4,
+            with_defaults = 1U << 5,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_copy_config *r) {
+        return presence<quill_nyx_copy_config>::bits(r) != 0
+            || codec<quill_nyx_datastore>::occupied(&r->target)
+            || codec<quill_nyx_datastore>::occupied(&r->source)
+            || codec<quill_nyx_datatree>::occupied(&r->config)
+            || codec<quill_nyx_with_defaults>::occupied(&r->with_defaults);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_copy_config *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_copy_config>::bits(r);
         uint64_t size = 0;
-        size += size_record<1>(r->has_target, &r->target, pass);
-        size += r->has_string_2 ? size_text<2>(r->string_2, pass) : 0;
-        size += size_record<3>(r->has_source, &r->source, pass);
-        size += r->has_string_4 ? size_text<4>(r->string_4, pass) : 0;
-        size += size_record<5>(r->has_config, &r->config, pass);
-        size += size_record<6>(r->has_with_defaults, &r->with_defaults, pass);
+        size += size_record<1>((has & bit::target) != 0, &r->target, pass);
+        size += has & bit::string_2 ? size_text<2>(r->string_2, pass) : 0;
+        size += size_record<3>((has & bit::source) != 0, &r->source, pass);
+        size += has & bit::string_4 ? size_text<4>(r->string_4, pass) : 0;
+        size += size_record<5>((has & bit::config) != 0, &r->config, pass);
+        size += size_record<6>((has & bit::with_defaults) != 0, &r->with_defaults, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_copy_config *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_copy_config *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<6>(r->has_with_defaults, &r->with_defaults, at, out);
-        at = write_record<5>(r->has_config, &r->config, at, out);
-        at = r->has_string_4 ? write_text<4>(r->string_4, at, out) : at;
-        at = write_record<3>(r->has_source, &r->source, at, out);
-        at = r->has_string_2 ? write_text<2>(r->string_2, at, out) : at;
-        at = write_record<1>(r->has_target, &r->target, at, out);
+        const uint32_t has = presence<quill_nyx_copy_config>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<6>((has & bit::with_defaults) != 0, &r->with_defaults, at, out);
+        at = write_record<5>((has & bit::config) != 0, &r->config, at, out);
+        at = has & bit::string_4 ? write_text<4>(r->string_4, at, out) : at;
+        at = write_record<3>((has & bit::source) != 0, &r->source, at, out);
+        at = has & bit::string_2 ? write_text<2>(r->string_2, at, out) : at;
+        at = write_record<1>((has & bit::target) != 0, &r->target, at, out);
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_copy_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_copy_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1913,14 +2335,23 @@ struct codec<quill_nyx_copy_config> {
         return at;
     }
 
-    static void clear(quill_nyx_copy_config *r) {
-        clear_record(&r->target);
-        r->string_2 = nullptr;
-        clear_record(&r->source);
-        r->string_4 = nullptr;
-        clear_record(&r->config);
-        clear_record(&r->with_defaults);
-        presence<quill_nyx_copy_config>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_copy_config *r) {
+        return presence<quill_nyx_copy_config>::has_spare(r)
+            || codec<quill_nyx_datastore>::has_spare_bits(&r->target)
+            || codec<quill_nyx_datastore>::has_spare_bits(&r->source)
+            || codec<quill_nyx_datatree>::has_spare_bits(&r->config)
+            || codec<quill_nyx_with_defaults>::has_spare_bits(&r->with_defaults);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_copy_config>::keep_spare_bits(image);
+        codec<quill_nyx_datastore>::keep_spare_bits(image + offsetof(quill_nyx_copy_config, target));
+        codec<quill_nyx_datastore>::keep_spare_bits(image + offsetof(quill_nyx_copy_config, source));
+        codec<quill_nyx_datatree>::keep_spare_bits(image + offsetof(quill_nyx_copy_config, config));
+        codec<quill_nyx_with_defaults>::keep_spare_bits(image + offsetof(quill_nyx_copy_config, with_defaults));
+    }
+
+    static void set_defaults(quill_nyx_copy_config *) {
     }
 
     static void copy(quill_nyx_copy_config *dst, const quill_nyx_copy_config *src, copying &call) {
@@ -1950,32 +2381,45 @@ struct codec<quill_nyx_copy_config> {
 template <>
 struct codec<quill_nyx_delete_config> {
     static constexpr std::size_t members = 1;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_delete_config, target) + sizeof(quill_nyx_delete_config::target);
-    static constexpr bool zero_reset = codec<quill_nyx_datastore>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_delete_config, target)
+        + sizeof(quill_nyx_delete_config::target);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return field == 1; }
+    static constexpr bool is_member(uint32_t field) {
+        return field == 1;
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_delete_config *r) {
-        return presence<quill_nyx_delete_config>::none(r)
-            && codec<quill_nyx_datastore>::is_blank(&r->target);
+    struct bit {
+        enum : uint32_t {
+            target = 1U << 0,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_delete_config *r) {
+        return presence<quill_nyx_delete_config>::bits(r) != 0
+            || codec<quill_nyx_datastore>::occupied(&r->target);
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_delete_config *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(const quill_nyx_delete_config *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_delete_config>::bits(r);
         uint64_t size = 0;
-        size += size_record<1>(r->has_target, &r->target, pass);
+        size += size_record<1>((has & bit::target) != 0, &r->target, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_delete_config *r, typename Writer::position end, Writer &out) {
+    static QUILL_INLINE position_in<Writer> write(
+            const quill_nyx_delete_config *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<1>(r->has_target, &r->target, at, out);
+        const uint32_t has = presence<quill_nyx_delete_config>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<1>((has & bit::target) != 0, &r->target, at, out);
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_delete_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_delete_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -1999,9 +2443,17 @@ struct codec<quill_nyx_delete_config> {
         return at;
     }
 
-    static void clear(quill_nyx_delete_config *r) {
-        clear_record(&r->target);
-        presence<quill_nyx_delete_config>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_delete_config *r) {
+        return presence<quill_nyx_delete_config>::has_spare(r)
+            || codec<quill_nyx_datastore>::has_spare_bits(&r->target);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_delete_config>::keep_spare_bits(image);
+        codec<quill_nyx_datastore>::keep_spare_bits(image + offsetof(quill_nyx_delete_config, target));
+    }
+
+    static void set_defaults(quill_nyx_delete_config *) {
     }
 
     static void copy(quill_nyx_delete_config *dst, const quill_nyx_delete_config *src, copying &call) {
@@ -2017,37 +2469,52 @@ struct codec<quill_nyx_delete_config> {
 template <>
 struct codec<quill_nyx_get> {
     static constexpr std::size_t members = 3;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_get, with_defaults) + sizeof(quill_nyx_get::with_defaults);
-    static constexpr bool zero_reset = codec<quill_nyx_filter>::zero_reset && codec<quill_nyx_with_defaults>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_get, with_defaults)
+        + sizeof(quill_nyx_get::with_defaults);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 3); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 3);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_get *r) {
-        return presence<quill_nyx_get>::none(r)
-            && codec<quill_nyx_filter>::is_blank(&r->filter)
-            && codec<quill_nyx_with_defaults>::is_blank(&r->with_defaults);
+    struct bit {
+        enum : uint32_t {
+            filter = 1U << 0,
+            uint32_2 = 1U << 1,
+            with_defaults = 1U << 2,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_get *r) {
+        return presence<quill_nyx_get>::bits(r) != 0
+            || codec<quill_nyx_filter>::occupied(&r->filter)
+            || codec<quill_nyx_with_defaults>::occupied(&r->with_defaults);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_get *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_get>::bits(r);
         uint64_t size = 0;
-        size += size_record<1>(r->has_filter, &r->filter, pass);
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += size_record<3>(r->has_with_defaults, &r->with_defaults, pass);
+        size += size_record<1>((has & bit::filter) != 0, &r->filter, pass);
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += size_record<3>((has & bit::with_defaults) != 0, &r->with_defaults, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_get *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_get *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<3>(r->has_with_defaults, &r->with_defaults, at, out);
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = write_record<1>(r->has_filter, &r->filter, at, out);
+        const uint32_t has = presence<quill_nyx_get>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<3>((has & bit::with_defaults) != 0, &r->with_defaults, at, out);
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = write_record<1>((has & bit::filter) != 0, &r->filter, at, out);
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_get *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_get *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2083,11 +2550,19 @@ struct codec<quill_nyx_get> {
         return at;
     }
 
-    static void clear(quill_nyx_get *r) {
-        clear_record(&r->filter);
-        r->uint32_2 = 0;
-        clear_record(&r->with_defaults);
-        presence<quill_nyx_get>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_get *r) {
+        return presence<quill_nyx_get>::has_spare(r)
+            || codec<quill_nyx_filter>::has_spare_bits(&r->filter)
+            || codec<quill_nyx_with_defaults>::has_spare_bits(&r->with_defaults);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_get>::keep_spare_bits(image);
+        codec<quill_nyx_filter>::keep_spare_bits(image + offsetof(quill_nyx_get, filter));
+        codec<quill_nyx_with_defaults>::keep_spare_bits(image + offsetof(quill_nyx_get, with_defaults));
+    }
+
+    static void set_defaults(quill_nyx_get *) {
     }
 
     static void copy(quill_nyx_get *dst, const quill_nyx_get *src, copying &call) {
@@ -2106,31 +2581,44 @@ struct codec<quill_nyx_get> {
 template <>
 struct codec<quill_nyx_mdt_yang_resolve> {
     static constexpr std::size_t members = 1;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_mdt_yang_resolve, uint64_1) + sizeof(quill_nyx_mdt_yang_resolve::uint64_1);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_mdt_yang_resolve, uint64_1)
+        + sizeof(quill_nyx_mdt_yang_resolve::uint64_1);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return field == 1; }
+    static constexpr bool is_member(uint32_t field) {
+        return field == 1;
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_mdt_yang_resolve *r) {
-        return presence<quill_nyx_mdt_yang_resolve>::none(r);
+    struct bit {
+        enum : uint32_t {
+            uint64_1 = 1U << 0,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_mdt_yang_resolve *r) {
+        return presence<quill_nyx_mdt_yang_resolve>::bits(r) != 0;
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_mdt_yang_resolve *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(const quill_nyx_mdt_yang_resolve *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_mdt_yang_resolve>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint64_1 ? size_varint<1>(r->uint64_1) : 0;
+        size += has & bit::uint64_1 ? size_varint<1>(r->uint64_1) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_mdt_yang_resolve *r, typename Writer::position end, Writer &out) {
+    static QUILL_INLINE position_in<Writer> write(
+            const quill_nyx_mdt_yang_resolve *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_uint64_1 ? write_varint<1>(r->uint64_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_mdt_yang_resolve>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::uint64_1 ? write_varint<1>(r->uint64_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_mdt_yang_resolve *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_mdt_yang_resolve *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2154,9 +2642,15 @@ struct codec<quill_nyx_mdt_yang_resolve> {
         return at;
     }
 
-    static void clear(quill_nyx_mdt_yang_resolve *r) {
-        r->uint64_1 = 0;
-        presence<quill_nyx_mdt_yang_resolve>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_mdt_yang_resolve *r) {
+        return presence<quill_nyx_mdt_yang_resolve>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_mdt_yang_resolve>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_mdt_yang_resolve *) {
     }
 
     static void copy(quill_nyx_mdt_yang_resolve *dst, const quill_nyx_mdt_yang_resolve *src, copying &) {
@@ -2170,33 +2664,47 @@ struct codec<quill_nyx_mdt_yang_resolve> {
 template <>
 struct codec<quill_nyx_cli_show> {
     static constexpr std::size_t members = 2;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_cli_show, uint32_2) + sizeof(quill_nyx_cli_show::uint32_2);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_cli_show, uint32_2)
+        + sizeof(quill_nyx_cli_show::uint32_2);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 2); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 2);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_cli_show *r) {
-        return presence<quill_nyx_cli_show>::none(r);
+    struct bit {
+        enum : uint32_t {
+            string_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_cli_show *r) {
+        return presence<quill_nyx_cli_show>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_cli_show *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_cli_show>::bits(r);
         uint64_t size = 0;
-        size += r->has_string_1 ? size_text<1>(r->string_1, pass) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_cli_show *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_cli_show *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_string_1 ? write_text<1>(r->string_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_cli_show>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::string_1 ? write_text<1>(r->string_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_cli_show *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_cli_show *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2226,10 +2734,15 @@ struct codec<quill_nyx_cli_show> {
         return at;
     }
 
-    static void clear(quill_nyx_cli_show *r) {
-        r->string_1 = nullptr;
-        r->uint32_2 = 0;
-        presence<quill_nyx_cli_show>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_cli_show *r) {
+        return presence<quill_nyx_cli_show>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_cli_show>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_cli_show *) {
     }
 
     static void copy(quill_nyx_cli_show *dst, const quill_nyx_cli_show *src, copying &call) {
@@ -2248,38 +2761,54 @@ struct codec<quill_nyx_cli_show> {
 template <>
 struct codec<quill_nyx_create_subscription> {
     static constexpr std::size_t members = 4;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_create_subscription, uint32_4) + sizeof(quill_nyx_create_subscription::uint32_4);
-    static constexpr bool zero_reset = codec<quill_nyx_filter>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_create_subscription, uint32_4)
+        + sizeof(quill_nyx_create_subscription::uint32_4);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 4); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 4);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_create_subscription *r) {
-        return presence<quill_nyx_create_subscription>::none(r)
-            && codec<quill_nyx_filter>::is_blank(&r->filter);
+    struct bit {
+        enum : uint32_t {
+            string_1 = 1U << 0,
+            filter = 1U << 1,
+            uint32_3 = 1U << 2,
+            uint32_4 = 1U << 3,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_create_subscription *r) {
+        return presence<quill_nyx_create_subscription>::bits(r) != 0
+            || codec<quill_nyx_filter>::occupied(&r->filter);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_create_subscription *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_create_subscription>::bits(r);
         uint64_t size = 0;
-        size += r->has_string_1 ? size_text<1>(r->string_1, pass) : 0;
-        size += size_record<2>(r->has_filter, &r->filter, pass);
-        size += r->has_uint32_3 ? size_varint<3>(r->uint32_3) : 0;
-        size += r->has_uint32_4 ? size_varint<4>(r->uint32_4) : 0;
+        size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
+        size += size_record<2>((has & bit::filter) != 0, &r->filter, pass);
+        size += has & bit::uint32_3 ? size_varint<3>(r->uint32_3) : 0;
+        size += has & bit::uint32_4 ? size_varint<4>(r->uint32_4) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_create_subscription *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_create_subscription *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
-        at = r->has_uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
-        at = write_record<2>(r->has_filter, &r->filter, at, out);
-        at = r->has_string_1 ? write_text<1>(r->string_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_create_subscription>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
+        at = has & bit::uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
+        at = write_record<2>((has & bit::filter) != 0, &r->filter, at, out);
+        at = has & bit::string_1 ? write_text<1>(r->string_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_create_subscription *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_create_subscription *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2321,12 +2850,17 @@ struct codec<quill_nyx_create_subscription> {
         return at;
     }
 
-    static void clear(quill_nyx_create_subscription *r) {
-        r->string_1 = nullptr;
-        clear_record(&r->filter);
-        r->uint32_3 = 0;
-        r->uint32_4 = 0;
-        presence<quill_nyx_create_subscription>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_create_subscription *r) {
+        return presence<quill_nyx_create_subscription>::has_spare(r)
+            || codec<quill_nyx_filter>::has_spare_bits(&r->filter);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_create_subscription>::keep_spare_bits(image);
+        codec<quill_nyx_filter>::keep_spare_bits(image + offsetof(quill_nyx_create_subscription, filter));
+    }
+
+    static void set_defaults(quill_nyx_create_subscription *) {
     }
 
     static void copy(quill_nyx_create_subscription *dst, const quill_nyx_create_subscription *src, copying &call) {
@@ -2348,34 +2882,48 @@ struct codec<quill_nyx_create_subscription> {
 template <>
 struct codec<quill_nyx_invoke_rpc> {
     static constexpr std::size_t members = 2;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_invoke_rpc, tree) + sizeof(quill_nyx_invoke_rpc::tree);
-    static constexpr bool zero_reset = codec<quill_nyx_datatree>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_invoke_rpc, tree)
+        + sizeof(quill_nyx_invoke_rpc::tree);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 2); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 2);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_invoke_rpc *r) {
-        return presence<quill_nyx_invoke_rpc>::none(r)
-            && codec<quill_nyx_datatree>::is_blank(&r->tree);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            tree = 1U << 1,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_invoke_rpc *r) {
+        return presence<quill_nyx_invoke_rpc>::bits(r) != 0
+            || codec<quill_nyx_datatree>::occupied(&r->tree);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_invoke_rpc *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_invoke_rpc>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += size_record<2>(r->has_tree, &r->tree, pass);
+        size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+        size += size_record<2>((has & bit::tree) != 0, &r->tree, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_invoke_rpc *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_invoke_rpc *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<2>(r->has_tree, &r->tree, at, out);
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_invoke_rpc>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<2>((has & bit::tree) != 0, &r->tree, at, out);
+        at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_invoke_rpc *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_invoke_rpc *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2405,10 +2953,17 @@ struct codec<quill_nyx_invoke_rpc> {
         return at;
     }
 
-    static void clear(quill_nyx_invoke_rpc *r) {
-        r->uint32_1 = 0;
-        clear_record(&r->tree);
-        presence<quill_nyx_invoke_rpc>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_invoke_rpc *r) {
+        return presence<quill_nyx_invoke_rpc>::has_spare(r)
+            || codec<quill_nyx_datatree>::has_spare_bits(&r->tree);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_invoke_rpc>::keep_spare_bits(image);
+        codec<quill_nyx_datatree>::keep_spare_bits(image + offsetof(quill_nyx_invoke_rpc, tree));
+    }
+
+    static void set_defaults(quill_nyx_invoke_rpc *) {
     }
 
     static void copy(quill_nyx_invoke_rpc *dst, const quill_nyx_invoke_rpc *src, copying &call) {
@@ -2425,36 +2980,51 @@ struct codec<quill_nyx_invoke_rpc> {
 template <>
 struct codec<quill_nyx_notification> {
     static constexpr std::size_t members = 3;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_notification, tree) + sizeof(quill_nyx_notification::tree);
-    static constexpr bool zero_reset = codec<quill_nyx_datatree>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_notification, tree)
+        + sizeof(quill_nyx_notification::tree);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 3); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 3);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_notification *r) {
-        return presence<quill_nyx_notification>::none(r)
-            && codec<quill_nyx_datatree>::is_blank(&r->tree);
+    struct bit {
+        enum : uint32_t {
+            uint32s_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+            tree = 1U << 2,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_notification *r) {
+        return presence<quill_nyx_notification>::bits(r) != 0
+            || codec<quill_nyx_datatree>::occupied(&r->tree);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_notification *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_notification>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32s_1 ? size_varints<1>(r->uint32s_1, r->uint32s_1_count) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += size_record<3>(r->has_tree, &r->tree, pass);
+        size += has & bit::uint32s_1 ? size_varints<1>(r->uint32s_1, r->uint32s_1_count) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += size_record<3>((has & bit::tree) != 0, &r->tree, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_notification *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_notification *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<3>(r->has_tree, &r->tree, at, out);
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_uint32s_1 ? write_varints<1>(r->uint32s_1, r->uint32s_1_count, at, out) : at;
+        const uint32_t has = presence<quill_nyx_notification>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<3>((has & bit::tree) != 0, &r->tree, at, out);
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::uint32s_1 ? write_varints<1>(r->uint32s_1, r->uint32s_1_count, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_notification *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_notification *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2490,12 +3060,17 @@ struct codec<quill_nyx_notification> {
         return at;
     }
 
-    static void clear(quill_nyx_notification *r) {
-        r->uint32s_1 = nullptr;
-        r->uint32s_1_count = 0;
-        r->uint32_2 = 0;
-        clear_record(&r->tree);
-        presence<quill_nyx_notification>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_notification *r) {
+        return presence<quill_nyx_notification>::has_spare(r)
+            || codec<quill_nyx_datatree>::has_spare_bits(&r->tree);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_notification>::keep_spare_bits(image);
+        codec<quill_nyx_datatree>::keep_spare_bits(image + offsetof(quill_nyx_notification, tree));
+    }
+
+    static void set_defaults(quill_nyx_notification *) {
     }
 
     static void copy(quill_nyx_notification *dst, const quill_nyx_notification *src, copying &call) {
@@ -2516,35 +3091,50 @@ struct codec<quill_nyx_notification> {
 template <>
 struct codec<quill_nyx_notification_internal> {
     static constexpr std::size_t members = 3;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_notification_internal, uint32_3) + sizeof(quill_nyx_notification_internal::uint32_3);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_notification_internal, uint32_3)
+        + sizeof(quill_nyx_notification_internal::uint32_3);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 3); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 3);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_notification_internal *r) {
-        return presence<quill_nyx_notification_internal>::none(r);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+            uint32_3 = 1U << 2,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_notification_internal *r) {
+        return presence<quill_nyx_notification_internal>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_notification_internal *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_notification_internal>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += r->has_uint32_3 ? size_varint<3>(r->uint32_3) : 0;
+        size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::uint32_3 ? size_varint<3>(r->uint32_3) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_notification_internal *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_notification_internal *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_notification_internal>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_notification_internal *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_notification_internal *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2580,11 +3170,15 @@ struct codec<quill_nyx_notification_internal> {
         return at;
     }
 
-    static void clear(quill_nyx_notification_internal *r) {
-        r->uint32_1 = 0;
-        r->uint32_2 = 0;
-        r->uint32_3 = 0;
-        presence<quill_nyx_notification_internal>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_notification_internal *r) {
+        return presence<quill_nyx_notification_internal>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_notification_internal>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_notification_internal *) {
     }
 
     static void copy(quill_nyx_notification_internal *dst, const quill_nyx_notification_internal *src, copying &) {
@@ -2600,39 +3194,56 @@ struct codec<quill_nyx_notification_internal> {
 template <>
 struct codec<quill_nyx_notification_stream> {
     static constexpr std::size_t members = 5;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_notification_stream, uint32_5) + sizeof(quill_nyx_notification_stream::uint32_5);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_notification_stream, uint32_5)
+        + sizeof(quill_nyx_notification_stream::uint32_5);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 5); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 5);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_notification_stream *r) {
-        return presence<quill_nyx_notification_stream>::none(r);
+    struct bit {
+        enum : uint32_t {
+            string_1 = 1U << 0,
+            string_2 = 1U << 1,
+            flag_3 = 1U << 2,
+            uint32_4 = 1U << 3,
+            uint32_5 = 1U << 4,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_notification_stream *r) {
+        return presence<quill_nyx_notification_stream>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_notification_stream *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_notification_stream>::bits(r);
         uint64_t size = 0;
-        size += r->has_string_1 ? size_text<1>(r->string_1, pass) : 0;
-        size += r->has_string_2 ? size_text<2>(r->string_2, pass) : 0;
-        size += r->has_flag_3 ? size_varint<3>(r->flag_3) : 0;
-        size += r->has_uint32_4 ? size_varint<4>(r->uint32_4) : 0;
-        size += r->has_uint32_5 ? size_varint<5>(r->uint32_5) : 0;
+        size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
+        size += has & bit::string_2 ? size_text<2>(r->string_2, pass) : 0;
+        size += has & bit::flag_3 ? size_varint<3>(r->flag_3) : 0;
+        size += has & bit::uint32_4 ? size_varint<4>(r->uint32_4) : 0;
+        size += has & bit::uint32_5 ? size_varint<5>(r->uint32_5) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_notification_stream *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_notification_stream *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_uint32_5 ? write_varint<5>(r->uint32_5, at, out) : at;
-        at = r->has_uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
-        at = r->has_flag_3 ? write_varint<3>(r->flag_3, at, out) : at;
-        at = r->has_string_2 ? write_text<2>(r->string_2, at, out) : at;
-        at = r->has_string_1 ? write_text<1>(r->string_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_notification_stream>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::uint32_5 ? write_varint<5>(r->uint32_5, at, out) : at;
+        at = has & bit::uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
+        at = has & bit::flag_3 ? write_varint<3>(r->flag_3, at, out) : at;
+        at = has & bit::string_2 ? write_text<2>(r->string_2, at, out) : at;
+        at = has & bit::string_1 ? write_text<1>(r->string_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_notification_stream *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_notification_stream *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2680,13 +3291,15 @@ struct codec<quill_nyx_notification_stream> {
         return at;
     }
 
-    static void clear(quill_nyx_notification_stream *r) {
-        r->string_1 = nullptr;
-        r->string_2 = nullptr;
-        r->flag_3 = 0;
-        r->uint32_4 = 0;
-        r->uint32_5 = 0;
-        presence<quill_nyx_notification_stream>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_notification_stream *r) {
+        return presence<quill_nyx_notification_stream>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_notification_stream>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_notification_stream *) {
     }
 
     static void copy(quill_nyx_notification_stream *dst, const quill_nyx_notification_stream *src, copying &call) {
@@ -2711,41 +3324,59 @@ struct codec<quill_nyx_notification_stream> {
 template <>
 struct codec<quill_nyx_logging_set> {
     static constexpr std::size_t members = 6;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_logging_set, flag_6) + sizeof(quill_nyx_logging_set::flag_6);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_logging_set, flag_6)
+        + sizeof(quill_nyx_logging_set::flag_6);
     static constexpr bool zero_reset = false;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 6); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 6);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_logging_set *r) {
-        return presence<quill_nyx_logging_set>::none(r);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+            uint32_3 = 1U << 2,
+            flag_4 = 1U << 3,
+            flag_5 = 1U << 4,
+            flag_6 = 1U << 5,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_logging_set *r) {
+        return presence<quill_nyx_logging_set>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_logging_set *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_logging_set>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += r->has_uint32_3 ? size_varint<3>(r->uint32_3) : 0;
-        size += r->has_flag_4 ? size_varint<4>(r->flag_4) : 0;
-        size += r->has_flag_5 ? size_varint<5>(r->flag_5) : 0;
-        size += r->has_flag_6 ? size_varint<6>(r->flag_6) : 0;
+        size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::uint32_3 ? size_varint<3>(r->uint32_3) : 0;
+        size += has & bit::flag_4 ? size_varint<4>(r->flag_4) : 0;
+        size += has & bit::flag_5 ? size_varint<5>(r->flag_5) : 0;
+        size += has & bit::flag_6 ? size_varint<6>(r->flag_6) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_logging_set *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_logging_set *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_flag_6 ? write_varint<6>(r->flag_6, at, out) : at;
-        at = r->has_flag_5 ? write_varint<5>(r->flag_5, at, out) : at;
-        at = r->has_flag_4 ? write_varint<4>(r->flag_4, at, out) : at;
-        at = r->has_uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_logging_set>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::flag_6 ? write_varint<6>(r->flag_6, at, out) : at;
+        at = has & bit::flag_5 ? write_varint<5>(r->flag_5, at, out) : at;
+        at = has & bit::flag_4 ? write_varint<4>(r->flag_4, at, out) : at;
+        at = has & bit::uint32_3 ? write_varint<3>(r->uint32_3, at, out) : at;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_logging_set *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_logging_set *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2799,14 +3430,16 @@ struct codec<quill_nyx_logging_set> {
         return at;
     }
 
-    static void clear(quill_nyx_logging_set *r) {
-        r->uint32_1 = 0;
-        r->uint32_2 = 0;
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_logging_set *r) {
+        return presence<quill_nyx_logging_set>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_logging_set>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_logging_set *r) {
         r->uint32_3 = 1;
-        r->flag_4 = 0;
-        r->flag_5 = 0;
-        r->flag_6 = 0;
-        presence<quill_nyx_logging_set>::clear(r);
     }
 
     static void copy(quill_nyx_logging_set *dst, const quill_nyx_logging_set *src, copying &) {
@@ -2825,33 +3458,47 @@ struct codec<quill_nyx_logging_set> {
 template <>
 struct codec<quill_nyx_settings_set> {
     static constexpr std::size_t members = 2;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_settings_set, uint32_2) + sizeof(quill_nyx_settings_set::uint32_2);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_settings_set, uint32_2)
+        + sizeof(quill_nyx_settings_set::uint32_2);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 2); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 2);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_settings_set *r) {
-        return presence<quill_nyx_settings_set>::none(r);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_settings_set *r) {
+        return presence<quill_nyx_settings_set>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_settings_set *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_settings_set>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_settings_set *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_settings_set *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_settings_set>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_settings_set *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_settings_set *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -2881,10 +3528,15 @@ struct codec<quill_nyx_settings_set> {
         return at;
     }
 
-    static void clear(quill_nyx_settings_set *r) {
-        r->uint32_1 = 0;
-        r->uint32_2 = 0;
-        presence<quill_nyx_settings_set>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_settings_set *r) {
+        return presence<quill_nyx_settings_set>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_settings_set>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_settings_set *) {
     }
 
     static void copy(quill_nyx_settings_set *dst, const quill_nyx_settings_set *src, copying &) {
@@ -2899,55 +3551,88 @@ struct codec<quill_nyx_settings_set> {
 template <>
 struct codec<quill_nyx_schema> {
     static constexpr std::size_t members = 13;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_schema, string_13) + sizeof(quill_nyx_schema::string_13);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_schema, string_13)
+        + sizeof(quill_nyx_schema::string_13);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 13); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 13);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_schema *r) {
-        return presence<quill_nyx_schema>::none(r);
+    struct bit {
+        enum : uint32_t {
+            string_1 = 1U << 0,
+            string_2 = 1U << 1,
+            string_3 = 1U << 2,
+            flag_4 = 1U << 3,
+            string_5 = 1U << 4,
+            string_6 = 1U << 5,
+            string_7 = 1U << 6,
+            flag_8 = 1U << 7,
+            flag_9 = 1U << 8,
+            flag_10 = 1U << 9,
+            flag_11 = 1U << 10,
+            string_12 = 1U << 11,
+            string_13 = 1U << 12,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_schema *r) {
+        return presence<quill_nyx_schema>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_schema *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_schema>::bits(r);
         uint64_t size = 0;
-        size += r->has_string_1 ? size_text<1>(r->string_1, pass) : 0;
-        size += r->has_string_2 ? size_text<2>(r->string_2, pass) : 0;
-        size += r->has_string_3 ? size_text<3>(r->string_3, pass) : 0;
-        size += r->has_flag_4 ? size_varint<4>(r->flag_4) : 0;
-        size += r->has_string_5 ? size_text<5>(r->string_5, pass) : 0;
-        size += r->has_string_6 ? size_text<6>(r->string_6, pass) : 0;
-        size += r->has_string_7 ? size_text<7>(r->string_7, pass) : 0;
-        size += r->has_flag_8 ? size_varint<8>(r->flag_8) : 0;
-        size += r->has_flag_9 ? size_varint<9>(r->flag_9) : 0;
-        size += r->has_flag_10 ? size_varint<10>(r->flag_10) : 0;
-        size += r->has_flag_11 ? size_varint<11>(r->flag_11) : 0;
-        size += r->has_string_12 ? size_text<12>(r->string_12, pass) : 0;
-        size += r->has_string_13 ? size_text<13>(r->string_13, pass) : 0;
+        if ((has & 0xFFU) != 0) {
+            size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
+            size += has & bit::string_2 ? size_text<2>(r->string_2, pass) : 0;
+            size += has & bit::string_3 ? size_text<3>(r->string_3, pass) : 0;
+            size += has & bit::flag_4 ? size_varint<4>(r->flag_4) : 0;
+            size += has & bit::string_5 ? size_text<5>(r->string_5, pass) : 0;
+            size += has & bit::string_6 ? size_text<6>(r->string_6, pass) : 0;
+            size += has & bit::string_7 ? size_text<7>(r->string_7, pass) : 0;
+            size += has & bit::flag_8 ? size_varint<8>(r->flag_8) : 0;
+        }
+        if ((has & 0x1F00U) != 0) {
+            size += has & bit::flag_9 ? size_varint<9>(r->flag_9) : 0;
+            size += has & bit::flag_10 ? size_varint<10>(r->flag_10) : 0;
+            size += has & bit::flag_11 ? size_varint<11>(r->flag_11) : 0;
+            size += has & bit::string_12 ? size_text<12>(r->string_12, pass) : 0;
+            size += has & bit::string_13 ? size_text<13>(r->string_13, pass) : 0;
+        }
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_schema *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_schema *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_string_13 ? write_text<13>(r->string_13, at, out) : at;
-        at = r->has_string_12 ? write_text<12>(r->string_12, at, out) : at;
-        at = r->has_flag_11 ? write_varint<11>(r->flag_11, at, out) : at;
-        at = r->has_flag_10 ? write_varint<10>(r->flag_10, at, out) : at;
-        at = r->has_flag_9 ? write_varint<9>(r->flag_9, at, out) : at;
-        at = r->has_flag_8 ? write_varint<8>(r->flag_8, at, out) : at;
-        at = r->has_string_7 ? write_text<7>(r->string_7, at, out) : at;
-        at = r->has_string_6 ? write_text<6>(r->string_6, at, out) : at;
-        at = r->has_string_5 ? write_text<5>(r->string_5, at, out) : at;
-        at = r->has_flag_4 ? write_varint<4>(r->flag_4, at, out) : at;
-        at = r->has_string_3 ? write_text<3>(r->string_3, at, out) : at;
-        at = r->has_string_2 ? write_text<2>(r->string_2, at, out) : at;
-        at = r->has_string_1 ? write_text<1>(r->string_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_schema>::bits(r);
+        position_in<Writer> at = end;
+        if ((has & 0x1F00U) != 0) {
+            at = has & bit::string_13 ? write_text<13>(r->string_13, at, out) : at;
+            at = has & bit::string_12 ? write_text<12>(r->string_12, at, out) : at;
+            at = has & bit::flag_11 ? write_varint<11>(r->flag_11, at, out) : at;
+            at = has & bit::flag_10 ? write_varint<10>(r->flag_10, at, out) : at;
+            at = has & bit::flag_9 ? write_varint<9>(r->flag_9, at, out) : at;
+        }
+        if ((has & 0xFFU) != 0) {
+            at = has & bit::flag_8 ? write_varint<8>(r->flag_8, at, out) : at;
+            at = has & bit::string_7 ? write_text<7>(r->string_7, at, out) : at;
+            at = has & bit::string_6 ? write_text<6>(r->string_6, at, out) : at;
+            at = has & bit::string_5 ? write_text<5>(r->string_5, at, out) : at;
+            at = has & bit::flag_4 ? write_varint<4>(r->flag_4, at, out) : at;
+            at = has & bit::string_3 ? write_text<3>(r->string_3, at, out) : at;
+            at = has & bit::string_2 ? write_text<2>(r->string_2, at, out) : at;
+            at = has & bit::string_1 ? write_text<1>(r->string_1, at, out) : at;
+        }
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_schema *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_schema *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -3043,21 +3728,15 @@ struct codec<quill_nyx_schema> {
         return at;
     }
 
-    static void clear(quill_nyx_schema *r) {
-        r->string_1 = nullptr;
-        r->string_2 = nullptr;
-        r->string_3 = nullptr;
-        r->flag_4 = 0;
-        r->string_5 = nullptr;
-        r->string_6 = nullptr;
-        r->string_7 = nullptr;
-        r->flag_8 = 0;
-        r->flag_9 = 0;
-        r->flag_10 = 0;
-        r->flag_11 = 0;
-        r->string_12 = nullptr;
-        r->string_13 = nullptr;
-        presence<quill_nyx_schema>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_schema *r) {
+        return presence<quill_nyx_schema>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_schema>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_schema *) {
     }
 
     static void copy(quill_nyx_schema *dst, const quill_nyx_schema *src, copying &call) {
@@ -3111,24 +3790,26 @@ struct codec<quill_nyx_schemas_list> {
     static constexpr std::size_t presence_offset = 0;
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t) { return false; }
+    static constexpr bool is_member(uint32_t) {
+        return false;
+    }
 
-    static bool is_blank(const quill_nyx_schemas_list *) { return true; }
+    static bool occupied(const quill_nyx_schemas_list *) { return false; }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_schemas_list *, Pass &pass) {
-        uint64_t size = 0;
-        return pass.leave(size);
+    static QUILL_INLINE uint64_t size(const quill_nyx_schemas_list *, Pass &pass) {
+        return pass.leave(0);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_schemas_list *, typename Writer::position end, Writer &out) {
+    static QUILL_INLINE position_in<Writer> write(
+            const quill_nyx_schemas_list *, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        return out.leave(place, at, end);
+        return out.leave(place, end, end);
     }
 
-    static const uint8_t *decode(quill_nyx_schemas_list *, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_schemas_list *, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -3143,7 +3824,11 @@ struct codec<quill_nyx_schemas_list> {
         return at;
     }
 
-    static void clear(quill_nyx_schemas_list *) {}
+    static bool has_spare_bits(const quill_nyx_schemas_list *) { return false; }
+
+    static constexpr void keep_spare_bits(uint8_t *) {}
+
+    static void set_defaults(quill_nyx_schemas_list *) {}
 
     static void copy(quill_nyx_schemas_list *, const quill_nyx_schemas_list *, copying &) {}
 
@@ -3153,101 +3838,178 @@ struct codec<quill_nyx_schemas_list> {
 template <>
 struct codec<quill_nyx_request> {
     static constexpr std::size_t members = 26;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_request, create_subscription) + sizeof(quill_nyx_request::create_subscription);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_request, create_subscription)
+        + sizeof(quill_nyx_request::create_subscription);
     static constexpr bool zero_reset = false;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 6) || (field >= 32 && field <= 40) || (field >= 42 && field <= 52); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 6) || (field >= 32 && field <= 40) || (field >= 42 && field <= 52);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_request *r) {
-        return presence<quill_nyx_request>::none(r)
-            && codec<quill_nyx_get_config>::is_blank(&r->get_config)
-            && codec<quill_nyx_edit_config>::is_blank(&r->edit_config)
-            && codec<quill_nyx_validate>::is_blank(&r->validate)
-            && codec<quill_nyx_lock>::is_blank(&r->lock)
-            && codec<quill_nyx_unlock>::is_blank(&r->unlock)
-            && codec<quill_nyx_commit>::is_blank(&r->commit)
-            && codec<quill_nyx_cancel_commit>::is_blank(&r->cancel_commit)
-            && codec<quill_nyx_discard_changes>::is_blank(&r->discard_changes)
-            && codec<quill_nyx_copy_config>::is_blank(&r->copy_config)
-            && codec<quill_nyx_get>::is_blank(&r->get)
-            && codec<quill_nyx_start_session>::is_blank(&r->start_session)
-            && codec<quill_nyx_stop_session>::is_blank(&r->stop_session)
-            && codec<quill_nyx_logging_set>::is_blank(&r->logging_set)
-            && codec<quill_nyx_schemas_list>::is_blank(&r->schemas_list)
-            && codec<quill_nyx_cli_show>::is_blank(&r->cli_show)
-            && codec<quill_nyx_cli_config>::is_blank(&r->cli_config)
-            && codec<quill_nyx_settings_set>::is_blank(&r->settings_set)
-            && codec<quill_nyx_mdt_yang_resolve>::is_blank(&r->mdt_yang_resolve)
-            && codec<quill_nyx_invoke_rpc>::is_blank(&r->invoke_rpc)
-            && codec<quill_nyx_create_subscription>::is_blank(&r->create_subscription);
+    struct bit {
+        enum : uint32_t {
+            type = 1U << 0,
+            session_id = 1U << 1,
+            message_id = 1U << 2,
+            uint32_4 = 1U << 3,
+            flag_5 = 1U << 4,
+            flag_6 = 1U << 5,
+            get_config = 1U << 6,
+            edit_config = 1U << 7,
+            validate = 1U << 8,
+            lock = 1U << 9,
+            unlock = 1U << 10,
+            commit = 1U << 11,
+            cancel_commit = 1U << 12,
+            discard_changes = 1U << 13,
+            copy_config = 1U << 14,
+            get = 1U << 15,
+            start_session = 1U << 16,
+            stop_session = 1U << 17,
+            logging_set = 1U << 18,
+            schemas_list = 1U << 19,
+            cli_show = 1U << 20,
+            cli_config = 1U << 21,
+            settings_set = 1U << 22,
+            mdt_yang_resolve = 1U << 23,
+            invoke_rpc = 1U << 24,
+            create_subscription = 1U << 25,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_request *r) {
+        return presence<quill_nyx_request>::bits(r) != 0
+            || codec<quill_nyx_get_config>::occupied(&r->get_config)
+            || codec<quill_nyx_edit_config>::occupied(&r->edit_config)
+            || codec<quill_nyx_validate>::occupied(&r->validate)
+            || codec<quill_nyx_lock>::occupied(&r->lock)
+            || codec<quill_nyx_unlock>::occupied(&r->unlock)
+            || codec<quill_nyx_commit>::occupied(&r->commit)
+            || codec<quill_nyx_cancel_commit>::occupied(&r->cancel_commit)
+            || codec<quill_nyx_discard_changes>::occupied(&r->discard_changes)
+            || codec<quill_nyx_copy_config>::occupied(&r->copy_config)
+            || codec<quill_nyx_get>::occupied(&r->get)
+            || codec<quill_nyx_start_session>::occupied(&r->start_session)
+            || codec<quill_nyx_stop_session>::occupied(&r->stop_session)
+            || codec<quill_nyx_logging_set>::occupied(&r->logging_set)
+            || codec<quill_nyx_schemas_list>::occupied(&r->schemas_list)
+            || codec<quill_nyx_cli_show>::occupied(&r->cli_show)
+            || codec<quill_nyx_cli_config>::occupied(&r->cli_config)
+            || codec<quill_nyx_settings_set>::occupied(&r->settings_set)
+            || codec<quill_nyx_mdt_yang_resolve>::occupied(&r->mdt_yang_resolve)
+            || codec<quill_nyx_invoke_rpc>::occupied(&r->invoke_rpc)
+            || codec<quill_nyx_create_subscription>::occupied(&r->create_subscription);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_request *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_request>::bits(r);
         uint64_t size = 0;
-        size += r->has_type ? size_varint<1>(r->type) : 0;
-        size += r->has_session_id ? size_varint<2>(r->session_id) : 0;
-        size += r->has_message_id ? size_text<3>(r->message_id, pass) : 0;
-        size += r->has_uint32_4 ? size_varint<4>(r->uint32_4) : 0;
-        size += r->has_flag_5 ? size_varint<5>(r->flag_5) : 0;
-        size += r->has_flag_6 ? size_varint<6>(r->flag_6) : 0;
-        size += size_record<32>(r->has_get_config, &r->get_config, pass);
-        size += size_record<33>(r->has_edit_config, &r->edit_config, pass);
-        size += size_record<34>(r->has_validate, &r->validate, pass);
-        size += size_record<35>(r->has_lock, &r->lock, pass);
-        size += size_record<36>(r->has_unlock, &r->unlock, pass);
-        size += size_record<37>(r->has_commit, &r->commit, pass);
-        size += size_record<38>(r->has_cancel_commit, &r->cancel_commit, pass);
-        size += size_record<39>(r->has_discard_changes, &r->discard_changes, pass);
-        size += size_record<40>(r->has_copy_config, &r->copy_config, pass);
-        size += size_record<42>(r->has_get, &r->get, pass);
-        size += size_record<43>(r->has_start_session, &r->start_session, pass);
-        size += size_record<44>(r->has_stop_session, &r->stop_session, pass);
-        size += size_record<45>(r->has_logging_set, &r->logging_set, pass);
-        size += size_record<46>(r->has_schemas_list, &r->schemas_list, pass);
-        size += size_record<47>(r->has_cli_show, &r->cli_show, pass);
-        size += size_record<48>(r->has_cli_config, &r->cli_config, pass);
-        size += size_record<49>(r->has_settings_set, &r->settings_set, pass);
-        size += size_record<50>(r->has_mdt_yang_resolve, &r->mdt_yang_resolve, pass);
-        size += size_record<51>(r->has_invoke_rpc, &r->invoke_rpc, pass);
-        size += size_record<52>(r->has_create_subscription, &r->create_subscription, pass);
+        uint64_t found = 0;
+        if ((has & 0xFFU) != 0
+                || codec<quill_nyx_get_config>::occupied(&r->get_config)
+                || codec<quill_nyx_edit_config>::occupied(&r->edit_config)) {
+            size += has & bit::type ? size_varint<1>(r->type) : 0;
+            size += has & bit::session_id ? size_varint<2>(r->session_id) : 0;
+            size += has & bit::message_id ? size_text<3>(r->message_id, pass) : 0;
+            size += has & bit::uint32_4 ? size_varint<4>(r->uint32_4) : 0;
+            size += has & bit::flag_5 ? size_varint<5>(r->flag_5) : 0;
+            size += has & bit::flag_6 ? size_varint<6>(r->flag_6) : 0;
+            size += note(found, bit::get_config, size_record<32>((has & bit::get_config) != 0, &r->get_config, pass));
+            size += note(found, bit::edit_config, size_record<33>((has & bit::edit_config) != 0, &r->edit_config, pass));
+        }
+        if ((has & 0xFF00U) != 0
+                || codec<quill_nyx_validate>::occupied(&r->validate)
+                || codec<quill_nyx_lock>::occupied(&r->lock)
+                || codec<quill_nyx_unlock>::occupied(&r->unlock)
+                || codec<quill_nyx_commit>::occupied(&r->commit)
+                || codec<quill_nyx_cancel_commit>::occupied(&r->cancel_commit)
+                || codec<quill_nyx_discard_changes>::occupied(&r->discard_changes)
+                || codec<quill_nyx_copy_config>::occupied(&r->copy_config)
+                || codec<quill_nyx_get>::occupied(&r->get)) {
+            size += note(found, bit::validate, size_record<34>((has & bit::validate) != 0, &r->validate, pass));
+            size += note(found, bit::lock, size_record<35>((has & bit::lock) != 0, &r->lock, pass));
+            size += note(found, bit::unlock, size_record<36>((has & bit::unlock) != 0, &r->unlock, pass));
+            size += note(found, bit::commit, size_record<37>((has & bit::commit) != 0, &r->commit, pass));
+            size += note(found, bit::cancel_commit, size_record<38>((has & bit::cancel_commit) != 0, &r->cancel_commit, pass));
+            size += note(found, bit::discard_changes, size_record<39>((has & bit::discard_changes) != 0, &r->discard_changes, pass));
+            size += note(found, bit::copy_config, size_record<40>((has & bit::copy_config) != 0, &r->copy_config, pass));
+            size += note(found, bit::get, size_record<42>((has & bit::get) != 0, &r->get, pass));
+        }
+        if ((has & 0xFF0000U) != 0
+                || codec<quill_nyx_start_session>::occupied(&r->start_session)
+                || codec<quill_nyx_stop_session>::occupied(&r->stop_session)
+                || codec<quill_nyx_logging_set>::occupied(&r->logging_set)
+                || codec<quill_nyx_schemas_list>::occupied(&r->schemas_list)
+                || codec<quill_nyx_cli_show>::occupied(&r->cli_show)
+                || codec<quill_nyx_cli_config>::occupied(&r->cli_config)
+                || codec<quill_nyx_settings_set>::occupied(&r->settings_set)
+                || codec<quill_nyx_mdt_yang_resolve>::occupied(&r->mdt_yang_resolve)) {
+            size += note(found, bit::start_session, size_record<43>((has & bit::start_session) != 0, &r->start_session, pass));
+            size += note(found, bit::stop_session, size_record<44>((has & bit::stop_session) != 0, &r->stop_session, pass));
+            size += note(found, bit::logging_set, size_record<45>((has & bit::logging_set) != 0, &r->logging_set, pass));
+            size += note(found, bit::schemas_list, size_record<46>((has & bit::schemas_list) != 0, &r->schemas_list, pass));
+            size += note(found, bit::cli_show, size_record<47>((has & bit::cli_show) != 0, &r->cli_show, pass));
+            size += note(found, bit::cli_config, size_record<48>((has & bit::cli_config) != 0, &r->cli_config, pass));
+            size += note(found, bit::settings_set, size_record<49>((has & bit::settings_set) != 0, &r->settings_set, pass));
+            size += note(found, bit::mdt_yang_resolve, size_record<50>((has & bit::mdt_yang_resolve) != 0, &r->mdt_yang_resolve, pass));
+        }
+        if ((has & 0x3000000U) != 0
+                || codec<quill_nyx_invoke_rpc>::occupied(&r->invoke_rpc)
+                || codec<quill_nyx_create_subscription>::occupied(&r->create_subscription)) {
+            size += note(found, bit::invoke_rpc, size_record<51>((has & bit::invoke_rpc) != 0, &r->invoke_rpc, pass));
+            size += note(found, bit::create_subscription, size_record<52>((has & bit::create_subscription) != 0, &r->create_subscription, pass));
+        }
+        pass.remember(found);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_request *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_request *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<52>(r->has_create_subscription, &r->create_subscription, at, out);
-        at = write_record<51>(r->has_invoke_rpc, &r->invoke_rpc, at, out);
-        at = write_record<50>(r->has_mdt_yang_resolve, &r->mdt_yang_resolve, at, out);
-        at = write_record<49>(r->has_settings_set, &r->settings_set, at, out);
-        at = write_record<48>(r->has_cli_config, &r->cli_config, at, out);
-        at = write_record<47>(r->has_cli_show, &r->cli_show, at, out);
-        at = write_record<46>(r->has_schemas_list, &r->schemas_list, at, out);
-        at = write_record<45>(r->has_logging_set, &r->logging_set, at, out);
-        at = write_record<44>(r->has_stop_session, &r->stop_session, at, out);
-        at = write_record<43>(r->has_start_session, &r->start_session, at, out);
-        at = write_record<42>(r->has_get, &r->get, at, out);
-        at = write_record<40>(r->has_copy_config, &r->copy_config, at, out);
-        at = write_record<39>(r->has_discard_changes, &r->discard_changes, at, out);
-        at = write_record<38>(r->has_cancel_commit, &r->cancel_commit, at, out);
-        at = write_record<37>(r->has_commit, &r->commit, at, out);
-        at = write_record<36>(r->has_unlock, &r->unlock, at, out);
-        at = write_record<35>(r->has_lock, &r->lock, at, out);
-        at = write_record<34>(r->has_validate, &r->validate, at, out);
-        at = write_record<33>(r->has_edit_config, &r->edit_config, at, out);
-        at = write_record<32>(r->has_get_config, &r->get_config, at, out);
-        at = r->has_flag_6 ? write_varint<6>(r->flag_6, at, out) : at;
-        at = r->has_flag_5 ? write_varint<5>(r->flag_5, at, out) : at;
-        at = r->has_uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
-        at = r->has_message_id ? write_text<3>(r->message_id, at, out) : at;
-        at = r->has_session_id ? write_varint<2>(r->session_id, at, out) : at;
-        at = r->has_type ? write_varint<1>(r->type, at, out) : at;
+        const uint32_t has = presence<quill_nyx_request>::bits(r);
+        position_in<Writer> at = end;
+        const uint64_t found = out.recall(UINT64_MAX);
+        if (((has | found) & 0x3000000U) != 0) {
+            at = found & bit::create_subscription ? write_record<52>((has & bit::create_subscription) != 0, &r->create_subscription, at, out) : at;
+            at = found & bit::invoke_rpc ? write_record<51>((has & bit::invoke_rpc) != 0, &r->invoke_rpc, at, out) : at;
+        }
+        if (((has | found) & 0xFF0000U) != 0) {
+            at = found & bit::mdt_yang_resolve ? write_record<50>((has & bit::mdt_yang_resolve) != 0, &r->mdt_yang_resolve, at, out) : at;
+            at = found & bit::settings_set ? write_record<49>((has & bit::settings_set) != 0, &r->settings_set, at, out) : at;
+            at = found & bit::cli_config ? write_record<48>((has & bit::cli_config) != 0, &r->cli_config, at, out) : at;
+            at = found & bit::cli_show ? write_record<47>((has & bit::cli_show) != 0, &r->cli_show, at, out) : at;
+            at = found & bit::schemas_list ? write_record<46>((has & bit::schemas_list) != 0, &r->schemas_list, at, out) : at;
+            at = found & bit::logging_set ? write_record<45>((has & bit::logging_set) != 0, &r->logging_set, at, out) : at;
+            at = found & bit::stop_session ? write_record<44>((has & bit::stop_session) != 0, &r->stop_session, at, out) : at;
+            at = found & bit::start_session ? write_record<43>((has & bit::start_session) != 0, &r->start_session, at, out) : at;
+        }
+        if (((has | found) & 0xFF00U) != 0) {
+            at = found & bit::get ? write_record<42>((has & bit::get) != 0, &r->get, at, out) : at;
+            at = found & bit::copy_config ? write_record<40>((has & bit::copy_config) != 0, &r->copy_config, at, out) : at;
+            at = found & bit::discard_changes ? write_record<39>((has & bit::discard_changes) != 0, &r->discard_changes, at, out) : at;
+            at = found & bit::cancel_commit ? write_record<38>((has & bit::cancel_commit) != 0, &r->cancel_commit, at, out) : at;
+            at = found & bit::commit ? write_record<37>((has & bit::commit) != 0, &r->commit, at, out) : at;
+            at = found & bit::unlock ? write_record<36>((has & bit::unlock) != 0, &r->unlock, at, out) : at;
+            at = found & bit::lock ? write_record<35>((has & bit::lock) != 0, &r->lock, at, out) : at;
+            at = found & bit::validate ? write_record<34>((has & bit::validate) != 0, &r->validate, at, out) : at;
+        }
+        if (((has | found) & 0xFFU) != 0) {
+            at = found & bit::edit_config ? write_record<33>((has & bit::edit_config) != 0, &r->edit_config, at, out) : at;
+            at = found & bit::get_config ? write_record<32>((has & bit::get_config) != 0, &r->get_config, at, out) : at;
+            at = has & bit::flag_6 ? write_varint<6>(r->flag_6, at, out) : at;
+            at = has & bit::flag_5 ? write_varint<5>(r->flag_5, at, out) : at;
+            at = has & bit::uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
+            at = has & bit::message_id ? write_text<3>(r->message_id, at, out) : at;
+            at = has & bit::session_id ? write_varint<2>(r->session_id, at, out) : at;
+            at = has & bit::type ? write_varint<1>(r->type, at, out) : at;
+        }
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_request *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_request *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -3421,34 +4183,58 @@ struct codec<quill_nyx_request> {
         return at;
     }
 
-    static void clear(quill_nyx_request *r) {
-        r->type = 0;
-        r->session_id = 0;
-        r->message_id = nullptr;
-        r->uint32_4 = 0;
-        r->flag_5 = 0;
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_request *r) {
+        return presence<quill_nyx_request>::has_spare(r)
+            || codec<quill_nyx_get_config>::has_spare_bits(&r->get_config)
+            || codec<quill_nyx_edit_config>::has_spare_bits(&r->edit_config)
+            || codec<quill_nyx_validate>::has_spare_bits(&r->validate)
+            || codec<quill_nyx_lock>::has_spare_bits(&r->lock)
+            || codec<quill_nyx_unlock>::has_spare_bits(&r->unlock)
+            || codec<quill_nyx_commit>::has_spare_bits(&r->commit)
+            || codec<quill_nyx_cancel_commit>::has_spare_bits(&r->cancel_commit)
+            || codec<quill_nyx_discard_changes>::has_spare_bits(&r->discard_changes)
+            || codec<quill_nyx_copy_config>::has_spare_bits(&r->copy_config)
+            || codec<quill_nyx_get>::has_spare_bits(&r->get)
+            || codec<quill_nyx_start_session>::has_spare_bits(&r->start_session)
+            || codec<quill_nyx_stop_session>::has_spare_bits(&r->stop_session)
+            || codec<quill_nyx_logging_set>::has_spare_bits(&r->logging_set)
+            || codec<quill_nyx_schemas_list>::has_spare_bits(&r->schemas_list)
+            || codec<quill_nyx_cli_show>::has_spare_bits(&r->cli_show)
+            || codec<quill_nyx_cli_config>::has_spare_bits(&r->cli_config)
+            || codec<quill_nyx_settings_set>::has_spare_bits(&r->settings_set)
+            || codec<quill_nyx_mdt_yang_resolve>::has_spare_bits(&r->mdt_yang_resolve)
+            || codec<quill_nyx_invoke_rpc>::has_spare_bits(&r->invoke_rpc)
+            || codec<quill_nyx_create_subscription>::has_spare_bits(&r->create_subscription);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_request>::keep_spare_bits(image);
+        codec<quill_nyx_get_config>::keep_spare_bits(image + offsetof(quill_nyx_request, get_config));
+        codec<quill_nyx_edit_config>::keep_spare_bits(image + offsetof(quill_nyx_request, edit_config));
+        codec<quill_nyx_validate>::keep_spare_bits(image + offsetof(quill_nyx_request, validate));
+        codec<quill_nyx_lock>::keep_spare_bits(image + offsetof(quill_nyx_request, lock));
+        codec<quill_nyx_unlock>::keep_spare_bits(image + offsetof(quill_nyx_request, unlock));
+        codec<quill_nyx_commit>::keep_spare_bits(image + offsetof(quill_nyx_request, commit));
+        codec<quill_nyx_cancel_commit>::keep_spare_bits(image + offsetof(quill_nyx_request, cancel_commit));
+        codec<quill_nyx_discard_changes>::keep_spare_bits(image + offsetof(quill_nyx_request, discard_changes));
+        codec<quill_nyx_copy_config>::keep_spare_bits(image + offsetof(quill_nyx_request, copy_config));
+        codec<quill_nyx_get>::keep_spare_bits(image + offsetof(quill_nyx_request, get));
+        codec<quill_nyx_start_session>::keep_spare_bits(image + offsetof(quill_nyx_request, start_session));
+        codec<quill_nyx_stop_session>::keep_spare_bits(image + offsetof(quill_nyx_request, stop_session));
+        codec<quill_nyx_logging_set>::keep_spare_bits(image + offsetof(quill_nyx_request, logging_set));
+        codec<quill_nyx_schemas_list>::keep_spare_bits(image + offsetof(quill_nyx_request, schemas_list));
+        codec<quill_nyx_cli_show>::keep_spare_bits(image + offsetof(quill_nyx_request, cli_show));
+        codec<quill_nyx_cli_config>::keep_spare_bits(image + offsetof(quill_nyx_request, cli_config));
+        codec<quill_nyx_settings_set>::keep_spare_bits(image + offsetof(quill_nyx_request, settings_set));
+        codec<quill_nyx_mdt_yang_resolve>::keep_spare_bits(image + offsetof(quill_nyx_request, mdt_yang_resolve));
+        codec<quill_nyx_invoke_rpc>::keep_spare_bits(image + offsetof(quill_nyx_request, invoke_rpc));
+        codec<quill_nyx_create_subscription>::keep_spare_bits(image + offsetof(quill_nyx_request, create_subscription));
+    }
+
+    static void set_defaults(quill_nyx_request *r) {
         r->flag_6 = 1;
-        clear_record(&r->get_config);
-        clear_record(&r->edit_config);
-        clear_record(&r->validate);
-        clear_record(&r->lock);
-        clear_record(&r->unlock);
-        clear_record(&r->commit);
-        clear_record(&r->cancel_commit);
-        clear_record(&r->discard_changes);
-        clear_record(&r->copy_config);
-        clear_record(&r->get);
-        clear_record(&r->start_session);
-        clear_record(&r->stop_session);
-        clear_record(&r->logging_set);
-        clear_record(&r->schemas_list);
-        clear_record(&r->cli_show);
-        clear_record(&r->cli_config);
-        clear_record(&r->settings_set);
-        clear_record(&r->mdt_yang_resolve);
-        clear_record(&r->invoke_rpc);
-        clear_record(&r->create_subscription);
-        presence<quill_nyx_request>::clear(r);
+        codec<quill_nyx_commit>::set_defaults(&r->commit);
+        codec<quill_nyx_logging_set>::set_defaults(&r->logging_set);
     }
 
     static void copy(quill_nyx_request *dst, const quill_nyx_request *src, copying &call) {
@@ -3511,33 +4297,47 @@ struct codec<quill_nyx_request> {
 template <>
 struct codec<quill_nyx_error_message> {
     static constexpr std::size_t members = 2;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_error_message, text) + sizeof(quill_nyx_error_message::text);
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_error_message, text)
+        + sizeof(quill_nyx_error_message::text);
     static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 2); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 2);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_error_message *r) {
-        return presence<quill_nyx_error_message>::none(r);
+    struct bit {
+        enum : uint32_t {
+            string_1 = 1U << 0,
+            text = 1U << 1,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_error_message *r) {
+        return presence<quill_nyx_error_message>::bits(r) != 0;
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_error_message *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_error_message>::bits(r);
         uint64_t size = 0;
-        size += r->has_string_1 ? size_text<1>(r->string_1, pass) : 0;
-        size += r->has_text ? size_text<2>(r->text, pass) : 0;
+        size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
+        size += has & bit::text ? size_text<2>(r->text, pass) : 0;
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_error_message *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_error_message *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_text ? write_text<2>(r->text, at, out) : at;
-        at = r->has_string_1 ? write_text<1>(r->string_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_error_message>::bits(r);
+        position_in<Writer> at = end;
+        at = has & bit::text ? write_text<2>(r->text, at, out) : at;
+        at = has & bit::string_1 ? write_text<1>(r->string_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_error_message *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_error_message *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -3567,10 +4367,15 @@ struct codec<quill_nyx_error_message> {
         return at;
     }
 
-    static void clear(quill_nyx_error_message *r) {
-        r->string_1 = nullptr;
-        r->text = nullptr;
-        presence<quill_nyx_error_message>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_error_message *r) {
+        return presence<quill_nyx_error_message>::has_spare(r);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_error_message>::keep_spare_bits(image);
+    }
+
+    static void set_defaults(quill_nyx_error_message *) {
     }
 
     static void copy(quill_nyx_error_message *dst, const quill_nyx_error_message *src, copying &call) {
@@ -3592,46 +4397,65 @@ struct codec<quill_nyx_error_message> {
 template <>
 struct codec<quill_nyx_error> {
     static constexpr std::size_t members = 7;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_error, error_info) + sizeof(quill_nyx_error::error_info);
-    static constexpr bool zero_reset = codec<quill_nyx_datatree>::zero_reset && codec<quill_nyx_error_message>::zero_reset && codec<quill_nyx_datatree>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_error, error_info)
+        + sizeof(quill_nyx_error::error_info);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 7); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 7);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_error *r) {
-        return presence<quill_nyx_error>::none(r)
-            && codec<quill_nyx_datatree>::is_blank(&r->error_path)
-            && codec<quill_nyx_error_message>::is_blank(&r->error_message)
-            && codec<quill_nyx_datatree>::is_blank(&r->error_info);
+    struct bit {
+        enum : uint32_t {
+            error_type = 1U << 0,
+            error_tag = 1U << 1,
+            error_severity = 1U << 2,
+            error_app_tag = 1U << 3,
+            error_path = 1U << 4,
+            error_message = 1U << 5,
+            error_info = 1U << 6,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_error *r) {
+        return presence<quill_nyx_error>::bits(r) != 0
+            || codec<quill_nyx_datatree>::occupied(&r->error_path)
+            || codec<quill_nyx_error_message>::occupied(&r->error_message)
+            || codec<quill_nyx_datatree>::occupied(&r->error_info);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_error *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_error>::bits(r);
         uint64_t size = 0;
-        size += r->has_error_type ? size_varint<1>(r->error_type) : 0;
-        size += r->has_error_tag ? size_text<2>(r->error_tag, pass) : 0;
-        size += r->has_error_severity ? size_varint<3>(r->error_severity) : 0;
-        size += r->has_error_app_tag ? size_text<4>(r->error_app_tag, pass) : 0;
-        size += size_record<5>(r->has_error_path, &r->error_path, pass);
-        size += size_record<6>(r->has_error_message, &r->error_message, pass);
-        size += size_record<7>(r->has_error_info, &r->error_info, pass);
+        size += has & bit::error_type ? size_varint<1>(r->error_type) : 0;
+        size += has & bit::error_tag ? size_text<2>(r->error_tag, pass) : 0;
+        size += has & bit::error_severity ? size_varint<3>(r->error_severity) : 0;
+        size += has & bit::error_app_tag ? size_text<4>(r->error_app_tag, pass) : 0;
+        size += size_record<5>((has & bit::error_path) != 0, &r->error_path, pass);
+        size += size_record<6>((has & bit::error_message) != 0, &r->error_message, pass);
+        size += size_record<7>((has & bit::error_info) != 0, &r->error_info, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_error *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_error *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<7>(r->has_error_info, &r->error_info, at, out);
-        at = write_record<6>(r->has_error_message, &r->error_message, at, out);
-        at = write_record<5>(r->has_error_path, &r->error_path, at, out);
-        at = r->has_error_app_tag ? write_text<4>(r->error_app_tag, at, out) : at;
-        at = r->has_error_severity ? write_varint<3>(r->error_severity, at, out) : at;
-        at = r->has_error_tag ? write_text<2>(r->error_tag, at, out) : at;
-        at = r->has_error_type ? write_varint<1>(r->error_type, at, out) : at;
+        const uint32_t has = presence<quill_nyx_error>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<7>((has & bit::error_info) != 0, &r->error_info, at, out);
+        at = write_record<6>((has & bit::error_message) != 0, &r->error_message, at, out);
+        at = write_record<5>((has & bit::error_path) != 0, &r->error_path, at, out);
+        at = has & bit::error_app_tag ? write_text<4>(r->error_app_tag, at, out) : at;
+        at = has & bit::error_severity ? write_varint<3>(r->error_severity, at, out) : at;
+        at = has & bit::error_tag ? write_text<2>(r->error_tag, at, out) : at;
+        at = has & bit::error_type ? write_varint<1>(r->error_type, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_error *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_error *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -3691,15 +4515,21 @@ struct codec<quill_nyx_error> {
         return at;
     }
 
-    static void clear(quill_nyx_error *r) {
-        r->error_type = 0;
-        r->error_tag = nullptr;
-        r->error_severity = 0;
-        r->error_app_tag = nullptr;
-        clear_record(&r->error_path);
-        clear_record(&r->error_message);
-        clear_record(&r->error_info);
-        presence<quill_nyx_error>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_error *r) {
+        return presence<quill_nyx_error>::has_spare(r)
+            || codec<quill_nyx_datatree>::has_spare_bits(&r->error_path)
+            || codec<quill_nyx_error_message>::has_spare_bits(&r->error_message)
+            || codec<quill_nyx_datatree>::has_spare_bits(&r->error_info);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_error>::keep_spare_bits(image);
+        codec<quill_nyx_datatree>::keep_spare_bits(image + offsetof(quill_nyx_error, error_path));
+        codec<quill_nyx_error_message>::keep_spare_bits(image + offsetof(quill_nyx_error, error_message));
+        codec<quill_nyx_datatree>::keep_spare_bits(image + offsetof(quill_nyx_error, error_info));
+    }
+
+    static void set_defaults(quill_nyx_error *) {
     }
 
     static void copy(quill_nyx_error *dst, const quill_nyx_error *src, copying &call) {
@@ -3729,38 +4559,54 @@ struct codec<quill_nyx_error> {
 template <>
 struct codec<quill_nyx_request_result> {
     static constexpr std::size_t members = 4;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_request_result, error) + sizeof(quill_nyx_request_result::error);
-    static constexpr bool zero_reset = codec<quill_nyx_error>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_request_result, error)
+        + sizeof(quill_nyx_request_result::error);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 3) || field == 33; }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 3) || field == 33;
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_request_result *r) {
-        return presence<quill_nyx_request_result>::none(r)
-            && codec<quill_nyx_error>::is_blank(&r->error);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+            string_3 = 1U << 2,
+            error = 1U << 3,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_request_result *r) {
+        return presence<quill_nyx_request_result>::bits(r) != 0
+            || codec<quill_nyx_error>::occupied(&r->error);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_request_result *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_request_result>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += r->has_string_3 ? size_text<3>(r->string_3, pass) : 0;
-        size += size_record<33>(r->has_error, &r->error, pass);
+        size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+        size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+        size += has & bit::string_3 ? size_text<3>(r->string_3, pass) : 0;
+        size += size_record<33>((has & bit::error) != 0, &r->error, pass);
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_request_result *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_request_result *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = write_record<33>(r->has_error, &r->error, at, out);
-        at = r->has_string_3 ? write_text<3>(r->string_3, at, out) : at;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_request_result>::bits(r);
+        position_in<Writer> at = end;
+        at = write_record<33>((has & bit::error) != 0, &r->error, at, out);
+        at = has & bit::string_3 ? write_text<3>(r->string_3, at, out) : at;
+        at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+        at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_request_result *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_request_result *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -3802,12 +4648,17 @@ struct codec<quill_nyx_request_result> {
         return at;
     }
 
-    static void clear(quill_nyx_request_result *r) {
-        r->uint32_1 = 0;
-        r->uint32_2 = 0;
-        r->string_3 = nullptr;
-        clear_record(&r->error);
-        presence<quill_nyx_request_result>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_request_result *r) {
+        return presence<quill_nyx_request_result>::has_spare(r)
+            || codec<quill_nyx_error>::has_spare_bits(&r->error);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_request_result>::keep_spare_bits(image);
+        codec<quill_nyx_error>::keep_spare_bits(image + offsetof(quill_nyx_request_result, error));
+    }
+
+    static void set_defaults(quill_nyx_request_result *) {
     }
 
     static void copy(quill_nyx_request_result *dst, const quill_nyx_request_result *src, copying &call) {
@@ -3829,49 +4680,82 @@ struct codec<quill_nyx_request_result> {
 template <>
 struct codec<quill_nyx_response> {
     static constexpr std::size_t members = 9;
-    static constexpr std::size_t presence_offset = offsetof(quill_nyx_response, flag_35) + sizeof(quill_nyx_response::flag_35);
-    static constexpr bool zero_reset = codec<quill_nyx_datatree>::zero_reset && codec<quill_nyx_error>::zero_reset;
+    static constexpr std::size_t presence_offset = offsetof(quill_nyx_response, flag_35)
+        + sizeof(quill_nyx_response::flag_35);
+    static constexpr bool zero_reset = true;
 
-    static constexpr bool is_member(uint32_t field) { return (field >= 1 && field <= 5) || (field >= 32 && field <= 35); }
+    static constexpr bool is_member(uint32_t field) {
+        return (field >= 1 && field <= 5) || (field >= 32 && field <= 35);
+    }
 
-    static QUILL_INLINE bool is_blank(const quill_nyx_response *r) {
-        return presence<quill_nyx_response>::none(r)
-            && codec<quill_nyx_datatree>::is_blank(&r->tree)
-            && codec<quill_nyx_error>::is_blank(&r->error);
+    struct bit {
+        enum : uint32_t {
+            uint32_1 = 1U << 0,
+            uint32_2 = 1U << 1,
+            string_3 = 1U << 2,
+            schemas = 1U << 3,
+            streams = 1U << 4,
+            tree = 1U << 5,
+            error = 1U << 6,
+            errors = 1U << 7,
+            flag_35 = 1U << 8,
+        };
+    };
+
+    static QUILL_INLINE bool occupied(const quill_nyx_response *r) {
+        return presence<quill_nyx_response>::bits(r) != 0
+            || codec<quill_nyx_datatree>::occupied(&r->tree)
+            || codec<quill_nyx_error>::occupied(&r->error);
     }
 
     template <class Pass>
     static uint64_t size(const quill_nyx_response *r, Pass &pass) {
+        const uint32_t has = presence<quill_nyx_response>::bits(r);
         uint64_t size = 0;
-        size += r->has_uint32_1 ? size_varint<1>(r->uint32_1) : 0;
-        size += r->has_uint32_2 ? size_varint<2>(r->uint32_2) : 0;
-        size += r->has_string_3 ? size_text<3>(r->string_3, pass) : 0;
-        size += r->has_schemas ? size_records<4>(r->schemas, r->schemas_count, pass) : 0;
-        size += r->has_streams ? size_records<5>(r->streams, r->streams_count, pass) : 0;
-        size += size_record<32>(r->has_tree, &r->tree, pass);
-        size += size_record<33>(r->has_error, &r->error, pass);
-        size += r->has_errors ? size_records<34>(r->errors, r->errors_count, pass) : 0;
-        size += r->has_flag_35 ? size_varint<35>(r->flag_35) : 0;
+        if ((has & 0xFFU) != 0
+                || codec<quill_nyx_datatree>::occupied(&r->tree)
+                || codec<quill_nyx_error>::occupied(&r->error)) {
+            size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
+            size += has & bit::uint32_2 ? size_varint<2>(r->uint32_2) : 0;
+            size += has & bit::string_3 ? size_text<3>(r->string_3, pass) : 0;
+            size += has & bit::schemas ? size_records<4>(r->schemas, r->schemas_count, pass) : 0;
+            size += has & bit::streams ? size_records<5>(r->streams, r->streams_count, pass) : 0;
+            size += size_record<32>((has & bit::tree) != 0, &r->tree, pass);
+            size += size_record<33>((has & bit::error) != 0, &r->error, pass);
+            size += has & bit::errors ? size_records<34>(r->errors, r->errors_count, pass) : 0;
+        }
+        if ((has & 0x100U) != 0) {
+            size += has & bit::flag_35 ? size_varint<35>(r->flag_35) : 0;
+        }
         return pass.leave(size);
     }
 
     template <class Writer>
-    static typename Writer::position write(const quill_nyx_response *r, typename Writer::position end, Writer &out) {
+    static position_in<Writer> write(
+            const quill_nyx_response *r, position_in<Writer> end, Writer &out) {
         const typename Writer::mark place = out.enter();
-        typename Writer::position at = end;
-        at = r->has_flag_35 ? write_varint<35>(r->flag_35, at, out) : at;
-        at = r->has_errors ? write_records<34>(r->errors, r->errors_count, at, out) : at;
-        at = write_record<33>(r->has_error, &r->error, at, out);
-        at = write_record<32>(r->has_tree, &r->tree, at, out);
-        at = r->has_streams ? write_records<5>(r->streams, r->streams_count, at, out) : at;
-        at = r->has_schemas ? write_records<4>(r->schemas, r->schemas_count, at, out) : at;
-        at = r->has_string_3 ? write_text<3>(r->string_3, at, out) : at;
-        at = r->has_uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
-        at = r->has_uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        const uint32_t has = presence<quill_nyx_response>::bits(r);
+        position_in<Writer> at = end;
+        if ((has & 0x100U) != 0) {
+            at = has & bit::flag_35 ? write_varint<35>(r->flag_35, at, out) : at;
+        }
+        if ((has & 0xFFU) != 0
+                || codec<quill_nyx_datatree>::occupied(&r->tree)
+                || codec<quill_nyx_error>::occupied(&r->error)) {
+            at = has & bit::errors ? write_records<34>(r->errors, r->errors_count, at, out) : at;
+            at = write_record<33>((has & bit::error) != 0, &r->error, at, out);
+            at = write_record<32>((has & bit::tree) != 0, &r->tree, at, out);
+            at = has & bit::streams ? write_records<5>(r->streams, r->streams_count, at, out) : at;
+            at = has & bit::schemas ? write_records<4>(r->schemas, r->schemas_count, at, out) : at;
+            at = has & bit::string_3 ? write_text<3>(r->string_3, at, out) : at;
+            at = has & bit::uint32_2 ? write_varint<2>(r->uint32_2, at, out) : at;
+            at = has & bit::uint32_1 ? write_varint<1>(r->uint32_1, at, out) : at;
+        }
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(quill_nyx_response *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+    static const uint8_t *decode(
+            quill_nyx_response *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
             at = quill_read_varint32(&tag, at, end, in);
@@ -3943,20 +4827,19 @@ struct codec<quill_nyx_response> {
         return at;
     }
 
-    static void clear(quill_nyx_response *r) {
-        r->uint32_1 = 0;
-        r->uint32_2 = 0;
-        r->string_3 = nullptr;
-        r->schemas = nullptr;
-        r->schemas_count = 0;
-        r->streams = nullptr;
-        r->streams_count = 0;
-        clear_record(&r->tree);
-        clear_record(&r->error);
-        r->errors = nullptr;
-        r->errors_count = 0;
-        r->flag_35 = 0;
-        presence<quill_nyx_response>::clear(r);
+    static QUILL_INLINE bool has_spare_bits(const quill_nyx_response *r) {
+        return presence<quill_nyx_response>::has_spare(r)
+            || codec<quill_nyx_datatree>::has_spare_bits(&r->tree)
+            || codec<quill_nyx_error>::has_spare_bits(&r->error);
+    }
+
+    static constexpr void keep_spare_bits(uint8_t *image) {
+        presence<quill_nyx_response>::keep_spare_bits(image);
+        codec<quill_nyx_datatree>::keep_spare_bits(image + offsetof(quill_nyx_response, tree));
+        codec<quill_nyx_error>::keep_spare_bits(image + offsetof(quill_nyx_response, error));
+    }
+
+    static void set_defaults(quill_nyx_response *) {
     }
 
     static void copy(quill_nyx_response *dst, const quill_nyx_response *src, copying &call) {
@@ -3992,725 +4875,877 @@ struct codec<quill_nyx_response> {
 
 }  // namespace quill
 
-uint64_t quill_nyx_node_info_encode_ext(const quill_nyx_node_info *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_node_info_encode_ext(
+        const quill_nyx_node_info *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_node_info_decode_ext(quill_nyx_node_info *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_node_info_decode_ext(
+        quill_nyx_node_info *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_node_info_duplicate(quill_nyx_node_info *dst, const quill_nyx_node_info *src,
+int32_t quill_nyx_node_info_duplicate(
+        quill_nyx_node_info *dst, const quill_nyx_node_info *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_node_info_free_ext(quill_nyx_node_info *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_node_info_free_ext(
+        quill_nyx_node_info *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_attribute_encode_ext(const quill_nyx_attribute *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_attribute_encode_ext(
+        const quill_nyx_attribute *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_attribute_decode_ext(quill_nyx_attribute *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_attribute_decode_ext(
+        quill_nyx_attribute *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_attribute_duplicate(quill_nyx_attribute *dst, const quill_nyx_attribute *src,
+int32_t quill_nyx_attribute_duplicate(
+        quill_nyx_attribute *dst, const quill_nyx_attribute *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_attribute_free_ext(quill_nyx_attribute *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_attribute_free_ext(
+        quill_nyx_attribute *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_edit_ins_key_encode_ext(const quill_nyx_edit_ins_key *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_edit_ins_key_encode_ext(
+        const quill_nyx_edit_ins_key *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_edit_ins_key_decode_ext(quill_nyx_edit_ins_key *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_edit_ins_key_decode_ext(
+        quill_nyx_edit_ins_key *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_edit_ins_key_duplicate(quill_nyx_edit_ins_key *dst, const quill_nyx_edit_ins_key *src,
+int32_t quill_nyx_edit_ins_key_duplicate(
+        quill_nyx_edit_ins_key *dst, const quill_nyx_edit_ins_key *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_edit_ins_key_free_ext(quill_nyx_edit_ins_key *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_edit_ins_key_free_ext(
+        quill_nyx_edit_ins_key *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_edit_ins_encode_ext(const quill_nyx_edit_ins *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_edit_ins_encode_ext(
+        const quill_nyx_edit_ins *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_edit_ins_decode_ext(quill_nyx_edit_ins *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_edit_ins_decode_ext(
+        quill_nyx_edit_ins *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_edit_ins_duplicate(quill_nyx_edit_ins *dst, const quill_nyx_edit_ins *src,
+int32_t quill_nyx_edit_ins_duplicate(
+        quill_nyx_edit_ins *dst, const quill_nyx_edit_ins *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_edit_ins_free_ext(quill_nyx_edit_ins *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_edit_ins_free_ext(
+        quill_nyx_edit_ins *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_datatree_encode_ext(const quill_nyx_datatree *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_datatree_encode_ext(
+        const quill_nyx_datatree *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_datatree_decode_ext(quill_nyx_datatree *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_datatree_decode_ext(
+        quill_nyx_datatree *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_datatree_duplicate(quill_nyx_datatree *dst, const quill_nyx_datatree *src,
+int32_t quill_nyx_datatree_duplicate(
+        quill_nyx_datatree *dst, const quill_nyx_datatree *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_datatree_free_ext(quill_nyx_datatree *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_datatree_free_ext(
+        quill_nyx_datatree *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_datastore_encode_ext(const quill_nyx_datastore *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_datastore_encode_ext(
+        const quill_nyx_datastore *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_datastore_decode_ext(quill_nyx_datastore *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_datastore_decode_ext(
+        quill_nyx_datastore *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_datastore_duplicate(quill_nyx_datastore *dst, const quill_nyx_datastore *src,
+int32_t quill_nyx_datastore_duplicate(
+        quill_nyx_datastore *dst, const quill_nyx_datastore *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_datastore_free_ext(quill_nyx_datastore *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_datastore_free_ext(
+        quill_nyx_datastore *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_filter_encode_ext(const quill_nyx_filter *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_filter_encode_ext(
+        const quill_nyx_filter *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_filter_decode_ext(quill_nyx_filter *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_filter_decode_ext(
+        quill_nyx_filter *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_filter_duplicate(quill_nyx_filter *dst, const quill_nyx_filter *src,
+int32_t quill_nyx_filter_duplicate(
+        quill_nyx_filter *dst, const quill_nyx_filter *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_filter_free_ext(quill_nyx_filter *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_filter_free_ext(
+        quill_nyx_filter *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_with_defaults_encode_ext(const quill_nyx_with_defaults *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_with_defaults_encode_ext(
+        const quill_nyx_with_defaults *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_with_defaults_decode_ext(quill_nyx_with_defaults *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_with_defaults_decode_ext(
+        quill_nyx_with_defaults *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_with_defaults_duplicate(quill_nyx_with_defaults *dst, const quill_nyx_with_defaults *src,
+int32_t quill_nyx_with_defaults_duplicate(
+        quill_nyx_with_defaults *dst, const quill_nyx_with_defaults *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_with_defaults_free_ext(quill_nyx_with_defaults *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_with_defaults_free_ext(
+        quill_nyx_with_defaults *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_start_session_encode_ext(const quill_nyx_start_session *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_start_session_encode_ext(
+        const quill_nyx_start_session *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_start_session_decode_ext(quill_nyx_start_session *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_start_session_decode_ext(
+        quill_nyx_start_session *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_start_session_duplicate(quill_nyx_start_session *dst, const quill_nyx_start_session *src,
+int32_t quill_nyx_start_session_duplicate(
+        quill_nyx_start_session *dst, const quill_nyx_start_session *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_start_session_free_ext(quill_nyx_start_session *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_start_session_free_ext(
+        quill_nyx_start_session *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_stop_session_encode_ext(const quill_nyx_stop_session *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_stop_session_encode_ext(
+        const quill_nyx_stop_session *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_stop_session_decode_ext(quill_nyx_stop_session *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_stop_session_decode_ext(
+        quill_nyx_stop_session *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_stop_session_duplicate(quill_nyx_stop_session *dst, const quill_nyx_stop_session *src,
+int32_t quill_nyx_stop_session_duplicate(
+        quill_nyx_stop_session *dst, const quill_nyx_stop_session *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_stop_session_free_ext(quill_nyx_stop_session *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_stop_session_free_ext(
+        quill_nyx_stop_session *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_get_config_encode_ext(const quill_nyx_get_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_get_config_encode_ext(
+        const quill_nyx_get_config *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_get_config_decode_ext(quill_nyx_get_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_get_config_decode_ext(
+        quill_nyx_get_config *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_get_config_duplicate(quill_nyx_get_config *dst, const quill_nyx_get_config *src,
+int32_t quill_nyx_get_config_duplicate(
+        quill_nyx_get_config *dst, const quill_nyx_get_config *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_get_config_free_ext(quill_nyx_get_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_get_config_free_ext(
+        quill_nyx_get_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_edit_config_encode_ext(const quill_nyx_edit_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_edit_config_encode_ext(
+        const quill_nyx_edit_config *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_edit_config_decode_ext(quill_nyx_edit_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_edit_config_decode_ext(
+        quill_nyx_edit_config *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_edit_config_duplicate(quill_nyx_edit_config *dst, const quill_nyx_edit_config *src,
+int32_t quill_nyx_edit_config_duplicate(
+        quill_nyx_edit_config *dst, const quill_nyx_edit_config *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_edit_config_free_ext(quill_nyx_edit_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_edit_config_free_ext(
+        quill_nyx_edit_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_cli_config_encode_ext(const quill_nyx_cli_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_cli_config_encode_ext(
+        const quill_nyx_cli_config *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_cli_config_decode_ext(quill_nyx_cli_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_cli_config_decode_ext(
+        quill_nyx_cli_config *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_cli_config_duplicate(quill_nyx_cli_config *dst, const quill_nyx_cli_config *src,
+int32_t quill_nyx_cli_config_duplicate(
+        quill_nyx_cli_config *dst, const quill_nyx_cli_config *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_cli_config_free_ext(quill_nyx_cli_config *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_cli_config_free_ext(
+        quill_nyx_cli_config *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_validate_encode_ext(const quill_nyx_validate *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_validate_encode_ext(
+        const quill_nyx_validate *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_validate_decode_ext(quill_nyx_validate *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_validate_decode_ext(
+        quill_nyx_validate *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_validate_duplicate(quill_nyx_validate *dst, const quill_nyx_validate *src,
+int32_t quill_nyx_validate_duplicate(
+        quill_nyx_validate *dst, const quill_nyx_validate *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_validate_free_ext(quill_nyx_validate *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_validate_free_ext(
+        quill_nyx_validate *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_lock_encode_ext(const quill_nyx_lock *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_lock_encode_ext(
+        const quill_nyx_lock *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_lock_decode_ext(quill_nyx_lock *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_lock_decode_ext(
+        quill_nyx_lock *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_lock_duplicate(quill_nyx_lock *dst, const quill_nyx_lock *src,
+int32_t quill_nyx_lock_duplicate(
+        quill_nyx_lock *dst, const quill_nyx_lock *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_lock_free_ext(quill_nyx_lock *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_lock_free_ext(
+        quill_nyx_lock *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_unlock_encode_ext(const quill_nyx_unlock *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_unlock_encode_ext(
+        const quill_nyx_unlock *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_unlock_decode_ext(quill_nyx_unlock *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_unlock_decode_ext(
+        quill_nyx_unlock *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_unlock_duplicate(quill_nyx_unlock *dst, const quill_nyx_unlock *src,
+int32_t quill_nyx_unlock_duplicate(
+        quill_nyx_unlock *dst, const quill_nyx_unlock *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_unlock_free_ext(quill_nyx_unlock *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_unlock_free_ext(
+        quill_nyx_unlock *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_commit_encode_ext(const quill_nyx_commit *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_commit_encode_ext(
+        const quill_nyx_commit *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_commit_decode_ext(quill_nyx_commit *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_commit_decode_ext(
+        quill_nyx_commit *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_commit_duplicate(quill_nyx_commit *dst, const quill_nyx_commit *src,
+int32_t quill_nyx_commit_duplicate(
+        quill_nyx_commit *dst, const quill_nyx_commit *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_commit_free_ext(quill_nyx_commit *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_commit_free_ext(
+        quill_nyx_commit *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_cancel_commit_encode_ext(const quill_nyx_cancel_commit *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_cancel_commit_encode_ext(
+        const quill_nyx_cancel_commit *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_cancel_commit_decode_ext(quill_nyx_cancel_commit *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_cancel_commit_decode_ext(
+        quill_nyx_cancel_commit *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_cancel_commit_duplicate(quill_nyx_cancel_commit *dst, const quill_nyx_cancel_commit *src,
+int32_t quill_nyx_cancel_commit_duplicate(
+        quill_nyx_cancel_commit *dst, const quill_nyx_cancel_commit *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_cancel_commit_free_ext(quill_nyx_cancel_commit *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_cancel_commit_free_ext(
+        quill_nyx_cancel_commit *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_discard_changes_encode_ext(const quill_nyx_discard_changes *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_discard_changes_encode_ext(
+        const quill_nyx_discard_changes *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_discard_changes_decode_ext(quill_nyx_discard_changes *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_discard_changes_decode_ext(
+        quill_nyx_discard_changes *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_discard_changes_duplicate(quill_nyx_discard_changes *dst, const quill_nyx_discard_changes *src,
+int32_t quill_nyx_discard_changes_duplicate(
+        quill_nyx_discard_changes *dst, const quill_nyx_discard_changes *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_discard_changes_free_ext(quill_nyx_discard_changes *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_discard_changes_free_ext(
+        quill_nyx_discard_changes *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_copy_config_encode_ext(const quill_nyx_copy_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_copy_config_encode_ext(
+        const quill_nyx_copy_config *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_copy_config_decode_ext(quill_nyx_copy_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_copy_config_decode_ext(
+        quill_nyx_copy_config *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_copy_config_duplicate(quill_nyx_copy_config *dst, const quill_nyx_copy_config *src,
+int32_t quill_nyx_copy_config_duplicate(
+        quill_nyx_copy_config *dst, const quill_nyx_copy_config *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_copy_config_free_ext(quill_nyx_copy_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_copy_config_free_ext(
+        quill_nyx_copy_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_delete_config_encode_ext(const quill_nyx_delete_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_delete_config_encode_ext(
+        const quill_nyx_delete_config *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_delete_config_decode_ext(quill_nyx_delete_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_delete_config_decode_ext(
+        quill_nyx_delete_config *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_delete_config_duplicate(quill_nyx_delete_config *dst, const quill_nyx_delete_config *src,
+int32_t quill_nyx_delete_config_duplicate(
+        quill_nyx_delete_config *dst, const quill_nyx_delete_config *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_delete_config_free_ext(quill_nyx_delete_config *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_delete_config_free_ext(
+        quill_nyx_delete_config *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_get_encode_ext(const quill_nyx_get *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_get_encode_ext(
+        const quill_nyx_get *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_get_decode_ext(quill_nyx_get *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_get_decode_ext(
+        quill_nyx_get *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_get_duplicate(quill_nyx_get *dst, const quill_nyx_get *src,
+int32_t quill_nyx_get_duplicate(
+        quill_nyx_get *dst, const quill_nyx_get *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_get_free_ext(quill_nyx_get *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_get_free_ext(
+        quill_nyx_get *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_mdt_yang_resolve_encode_ext(const quill_nyx_mdt_yang_resolve *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_mdt_yang_resolve_encode_ext(
+        const quill_nyx_mdt_yang_resolve *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_mdt_yang_resolve_decode_ext(quill_nyx_mdt_yang_resolve *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_mdt_yang_resolve_decode_ext(
+        quill_nyx_mdt_yang_resolve *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_mdt_yang_resolve_duplicate(quill_nyx_mdt_yang_resolve *dst, const quill_nyx_mdt_yang_resolve *src,
+int32_t quill_nyx_mdt_yang_resolve_duplicate(
+        quill_nyx_mdt_yang_resolve *dst, const quill_nyx_mdt_yang_resolve *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_mdt_yang_resolve_free_ext(quill_nyx_mdt_yang_resolve *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_mdt_yang_resolve_free_ext(
+        quill_nyx_mdt_yang_resolve *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_cli_show_encode_ext(const quill_nyx_cli_show *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_cli_show_encode_ext(
+        const quill_nyx_cli_show *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_cli_show_decode_ext(quill_nyx_cli_show *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_cli_show_decode_ext(
+        quill_nyx_cli_show *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_cli_show_duplicate(quill_nyx_cli_show *dst, const quill_nyx_cli_show *src,
+int32_t quill_nyx_cli_show_duplicate(
+        quill_nyx_cli_show *dst, const quill_nyx_cli_show *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_cli_show_free_ext(quill_nyx_cli_show *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_cli_show_free_ext(
+        quill_nyx_cli_show *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_create_subscription_encode_ext(const quill_nyx_create_subscription *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_create_subscription_encode_ext(
+        const quill_nyx_create_subscription *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_create_subscription_decode_ext(quill_nyx_create_subscription *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_create_subscription_decode_ext(
+        quill_nyx_create_subscription *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_create_subscription_duplicate(quill_nyx_create_subscription *dst, const quill_nyx_create_subscription *src,
+int32_t quill_nyx_create_subscription_duplicate(
+        quill_nyx_create_subscription *dst, const quill_nyx_create_subscription *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_create_subscription_free_ext(quill_nyx_create_subscription *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_create_subscription_free_ext(
+        quill_nyx_create_subscription *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_invoke_rpc_encode_ext(const quill_nyx_invoke_rpc *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_invoke_rpc_encode_ext(
+        const quill_nyx_invoke_rpc *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_invoke_rpc_decode_ext(quill_nyx_invoke_rpc *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_invoke_rpc_decode_ext(
+        quill_nyx_invoke_rpc *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_invoke_rpc_duplicate(quill_nyx_invoke_rpc *dst, const quill_nyx_invoke_rpc *src,
+int32_t quill_nyx_invoke_rpc_duplicate(
+        quill_nyx_invoke_rpc *dst, const quill_nyx_invoke_rpc *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_invoke_rpc_free_ext(quill_nyx_invoke_rpc *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_invoke_rpc_free_ext(
+        quill_nyx_invoke_rpc *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_notification_encode_ext(const quill_nyx_notification *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_notification_encode_ext(
+        const quill_nyx_notification *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_notification_decode_ext(quill_nyx_notification *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_notification_decode_ext(
+        quill_nyx_notification *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_notification_duplicate(quill_nyx_notification *dst, const quill_nyx_notification *src,
+int32_t quill_nyx_notification_duplicate(
+        quill_nyx_notification *dst, const quill_nyx_notification *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_notification_free_ext(quill_nyx_notification *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_notification_free_ext(
+        quill_nyx_notification *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_notification_internal_encode_ext(const quill_nyx_notification_internal *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_notification_internal_encode_ext(
+        const quill_nyx_notification_internal *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_notification_internal_decode_ext(quill_nyx_notification_internal *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_notification_internal_decode_ext(
+        quill_nyx_notification_internal *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_notification_internal_duplicate(quill_nyx_notification_internal *dst, const quill_nyx_notification_internal *src,
+int32_t quill_nyx_notification_internal_duplicate(
+        quill_nyx_notification_internal *dst, const quill_nyx_notification_internal *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_notification_internal_free_ext(quill_nyx_notification_internal *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_notification_internal_free_ext(
+        quill_nyx_notification_internal *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_notification_stream_encode_ext(const quill_nyx_notification_stream *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_notification_stream_encode_ext(
+        const quill_nyx_notification_stream *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_notification_stream_decode_ext(quill_nyx_notification_stream *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_notification_stream_decode_ext(
+        quill_nyx_notification_stream *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_notification_stream_duplicate(quill_nyx_notification_stream *dst, const quill_nyx_notification_stream *src,
+int32_t quill_nyx_notification_stream_duplicate(
+        quill_nyx_notification_stream *dst, const quill_nyx_notification_stream *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_notification_stream_free_ext(quill_nyx_notification_stream *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_notification_stream_free_ext(
+        quill_nyx_notification_stream *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_logging_set_encode_ext(const quill_nyx_logging_set *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_logging_set_encode_ext(
+        const quill_nyx_logging_set *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_logging_set_decode_ext(quill_nyx_logging_set *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_logging_set_decode_ext(
+        quill_nyx_logging_set *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_logging_set_duplicate(quill_nyx_logging_set *dst, const quill_nyx_logging_set *src,
+int32_t quill_nyx_logging_set_duplicate(
+        quill_nyx_logging_set *dst, const quill_nyx_logging_set *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_logging_set_free_ext(quill_nyx_logging_set *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_logging_set_free_ext(
+        quill_nyx_logging_set *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_settings_set_encode_ext(const quill_nyx_settings_set *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_settings_set_encode_ext(
+        const quill_nyx_settings_set *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_settings_set_decode_ext(quill_nyx_settings_set *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_settings_set_decode_ext(
+        quill_nyx_settings_set *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_settings_set_duplicate(quill_nyx_settings_set *dst, const quill_nyx_settings_set *src,
+int32_t quill_nyx_settings_set_duplicate(
+        quill_nyx_settings_set *dst, const quill_nyx_settings_set *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_settings_set_free_ext(quill_nyx_settings_set *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_settings_set_free_ext(
+        quill_nyx_settings_set *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_schema_encode_ext(const quill_nyx_schema *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_schema_encode_ext(
+        const quill_nyx_schema *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_schema_decode_ext(quill_nyx_schema *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_schema_decode_ext(
+        quill_nyx_schema *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_schema_duplicate(quill_nyx_schema *dst, const quill_nyx_schema *src,
+int32_t quill_nyx_schema_duplicate(
+        quill_nyx_schema *dst, const quill_nyx_schema *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_schema_free_ext(quill_nyx_schema *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_schema_free_ext(
+        quill_nyx_schema *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_schemas_list_encode_ext(const quill_nyx_schemas_list *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_schemas_list_encode_ext(
+        const quill_nyx_schemas_list *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_schemas_list_decode_ext(quill_nyx_schemas_list *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_schemas_list_decode_ext(
+        quill_nyx_schemas_list *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_schemas_list_duplicate(quill_nyx_schemas_list *dst, const quill_nyx_schemas_list *src,
+int32_t quill_nyx_schemas_list_duplicate(
+        quill_nyx_schemas_list *dst, const quill_nyx_schemas_list *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_schemas_list_free_ext(quill_nyx_schemas_list *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_schemas_list_free_ext(
+        quill_nyx_schemas_list *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_request_encode_ext(const quill_nyx_request *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_request_encode_ext(
+        const quill_nyx_request *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_request_decode_ext(quill_nyx_request *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_request_decode_ext(
+        quill_nyx_request *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_request_duplicate(quill_nyx_request *dst, const quill_nyx_request *src,
+int32_t quill_nyx_request_duplicate(
+        quill_nyx_request *dst, const quill_nyx_request *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_request_free_ext(quill_nyx_request *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_request_free_ext(
+        quill_nyx_request *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_error_message_encode_ext(const quill_nyx_error_message *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_error_message_encode_ext(
+        const quill_nyx_error_message *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_error_message_decode_ext(quill_nyx_error_message *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_error_message_decode_ext(
+        quill_nyx_error_message *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_error_message_duplicate(quill_nyx_error_message *dst, const quill_nyx_error_message *src,
+int32_t quill_nyx_error_message_duplicate(
+        quill_nyx_error_message *dst, const quill_nyx_error_message *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_error_message_free_ext(quill_nyx_error_message *record, quill_free_fn free_fn, void *free_ctx) {
+void quill_nyx_error_message_free_ext(
+        quill_nyx_error_message *record, quill_free_fn free_fn, void *free_ctx) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_error_encode_ext(const quill_nyx_error *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_error_encode_ext(
+        const quill_nyx_error *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_error_decode_ext(quill_nyx_error *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_error_decode_ext(
+        quill_nyx_error *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_error_duplicate(quill_nyx_error *dst, const quill_nyx_error *src,
+int32_t quill_nyx_error_duplicate(
+        quill_nyx_error *dst, const quill_nyx_error *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_error_free_ext(quill_nyx_error *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_error_free_ext(
+        quill_nyx_error *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_request_result_encode_ext(const quill_nyx_request_result *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_request_result_encode_ext(
+        const quill_nyx_request_result *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_request_result_decode_ext(quill_nyx_request_result *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_request_result_decode_ext(
+        quill_nyx_request_result *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_request_result_duplicate(quill_nyx_request_result *dst, const quill_nyx_request_result *src,
+int32_t quill_nyx_request_result_duplicate(
+        quill_nyx_request_result *dst, const quill_nyx_request_result *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_request_result_free_ext(quill_nyx_request_result *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_request_result_free_ext(
+        quill_nyx_request_result *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 
-uint64_t quill_nyx_response_encode_ext(const quill_nyx_response *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_response_encode_ext(
+        const quill_nyx_response *record, uint8_t *buffer, uint64_t buffer_length,
         quill_segment *segments, uint32_t *segment_count, uint32_t) {
     return quill::encode(record, buffer, buffer_length, segments, segment_count);
 }
 
-int32_t quill_nyx_response_decode_ext(quill_nyx_response *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_response_decode_ext(
+        quill_nyx_response *record, const uint8_t *buf, uint64_t len,
         quill_alloc_fn alloc, void *alloc_ctx, uint32_t) {
     return quill::decode(record, buf, len, alloc, alloc_ctx);
 }
 
-int32_t quill_nyx_response_duplicate(quill_nyx_response *dst, const quill_nyx_response *src,
+int32_t quill_nyx_response_duplicate(
+        quill_nyx_response *dst, const quill_nyx_response *src,
         quill_alloc_fn alloc_fn, void *alloc_ctx) {
     return quill::duplicate(dst, src, alloc_fn, alloc_ctx);
 }
 
-void quill_nyx_response_free_ext(quill_nyx_response *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
+void quill_nyx_response_free_ext(
+        quill_nyx_response *record, quill_free_fn free_fn, void *free_ctx, uint32_t) {
     quill::free_owned(record, free_fn, free_ctx);
 }
 

@@ -20,11 +20,11 @@ extern "C" {
 /** Edit operation of a data-tree node. Any 32-bit value is carried. */
 typedef uint32_t quill_nyx_edit_operation;
 enum {
-    QUILL_NYX_EDIT_OPERATION_MERGE = 0, /**< merge with what is there */
+    QUILL_NYX_EDIT_OPERATION_MERGE = 0,   /**< merge with what is there */
     QUILL_NYX_EDIT_OPERATION_REPLACE = 1, /**< take the place of what is there */
-    QUILL_NYX_EDIT_OPERATION_CREATE = 2, /**< create; an error if the node exists */
-    QUILL_NYX_EDIT_OPERATION_DELETE = 3, /**< delete; an error if the node does not exist */
-    QUILL_NYX_EDIT_OPERATION_REMOVE = 4 /**< delete if the node exists */
+    QUILL_NYX_EDIT_OPERATION_CREATE = 2,  /**< create; an error if the node exists */
+    QUILL_NYX_EDIT_OPERATION_DELETE = 3,  /**< delete; an error if the node does not exist */
+    QUILL_NYX_EDIT_OPERATION_REMOVE = 4   /**< delete if the node exists */
 };
 
 /** Kind of a data-tree node; 0 means "not set". Any 32-bit value is carried. */
@@ -33,996 +33,1267 @@ enum {
     QUILL_NYX_NODE_KIND_DN = 1, /**< shown as " (dn)" in dumps */
     QUILL_NYX_NODE_KIND_KN = 2, /**< shown as " (kn)" in dumps */
     QUILL_NYX_NODE_KIND_KA = 3, /**< shown as " (ka)" in dumps */
-    QUILL_NYX_NODE_KIND_DA = 4 /**< shown as " (da)" in dumps */
+    QUILL_NYX_NODE_KIND_DA = 4  /**< shown as " (da)" in dumps */
 };
 
 /** Operation of a request. Bodies do not follow these numbers: see Request. Any 32-bit value is carried. */
 typedef uint32_t quill_nyx_request_type;
 enum {
-    QUILL_NYX_REQUEST_TYPE_GET_CONFIG = 0, /**< "get-config", body get_config */
-    QUILL_NYX_REQUEST_TYPE_EDIT_CONFIG = 1, /**< "edit-config", body edit_config */
-    QUILL_NYX_REQUEST_TYPE_VALIDATE = 2, /**< "validate", body validate */
-    QUILL_NYX_REQUEST_TYPE_LOCK = 3, /**< "lock", body lock */
-    QUILL_NYX_REQUEST_TYPE_UNLOCK = 4, /**< "unlock", body unlock */
-    QUILL_NYX_REQUEST_TYPE_COMMIT = 5, /**< "commit", body commit */
-    QUILL_NYX_REQUEST_TYPE_CANCEL_COMMIT = 6, /**< "cancel-commit", body cancel_commit */
-    QUILL_NYX_REQUEST_TYPE_DISCARD_CHANGES = 7, /**< "discard-changes", body discard_changes */
-    QUILL_NYX_REQUEST_TYPE_COPY_CONFIG = 8, /**< "copy-config", body copy_config */
-    QUILL_NYX_REQUEST_TYPE_DELETE_CONFIG = 9, /**< "delete-config", no body */
-    QUILL_NYX_REQUEST_TYPE_GET = 10, /**< "get", body get */
-    QUILL_NYX_REQUEST_TYPE_START_SESSION = 11, /**< "start-session", body start_session */
-    QUILL_NYX_REQUEST_TYPE_STOP_SESSION = 12, /**< "stop-session", body stop_session */
-    QUILL_NYX_REQUEST_TYPE_LOGGING_SET = 13, /**< "logging-set", body logging_set */
-    QUILL_NYX_REQUEST_TYPE_SCHEMAS_LIST = 14, /**< "schemas-list", body schemas_list */
-    QUILL_NYX_REQUEST_TYPE_CLI_CONFIG = 15, /**< "cli-config", body cli_config */
-    QUILL_NYX_REQUEST_TYPE_CLI_SHOW = 16, /**< "cli-show", body cli_show */
-    QUILL_NYX_REQUEST_TYPE_SETTINGS_SET = 17, /**< "settings-set", body settings_set */
-    QUILL_NYX_REQUEST_TYPE_INVOKE_RPC = 18, /**< "invoke-rpc", body invoke_rpc */
+    QUILL_NYX_REQUEST_TYPE_GET_CONFIG = 0,           /**< "get-config", body get_config */
+    QUILL_NYX_REQUEST_TYPE_EDIT_CONFIG = 1,          /**< "edit-config", body edit_config */
+    QUILL_NYX_REQUEST_TYPE_VALIDATE = 2,             /**< "validate", body validate */
+    QUILL_NYX_REQUEST_TYPE_LOCK = 3,                 /**< "lock", body lock */
+    QUILL_NYX_REQUEST_TYPE_UNLOCK = 4,               /**< "unlock", body unlock */
+    QUILL_NYX_REQUEST_TYPE_COMMIT = 5,               /**< "commit", body commit */
+    QUILL_NYX_REQUEST_TYPE_CANCEL_COMMIT = 6,        /**< "cancel-commit", body cancel_commit */
+    QUILL_NYX_REQUEST_TYPE_DISCARD_CHANGES = 7,      /**< "discard-changes", body discard_changes */
+    QUILL_NYX_REQUEST_TYPE_COPY_CONFIG = 8,          /**< "copy-config", body copy_config */
+    QUILL_NYX_REQUEST_TYPE_DELETE_CONFIG = 9,        /**< "delete-config", no body */
+    QUILL_NYX_REQUEST_TYPE_GET = 10,                 /**< "get", body get */
+    QUILL_NYX_REQUEST_TYPE_START_SESSION = 11,       /**< "start-session", body start_session */
+    QUILL_NYX_REQUEST_TYPE_STOP_SESSION = 12,        /**< "stop-session", body stop_session */
+    QUILL_NYX_REQUEST_TYPE_LOGGING_SET = 13,         /**< "logging-set", body logging_set */
+    QUILL_NYX_REQUEST_TYPE_SCHEMAS_LIST = 14,        /**< "schemas-list", body schemas_list */
+    QUILL_NYX_REQUEST_TYPE_CLI_CONFIG = 15,          /**< "cli-config", body cli_config */
+    QUILL_NYX_REQUEST_TYPE_CLI_SHOW = 16,            /**< "cli-show", body cli_show */
+    QUILL_NYX_REQUEST_TYPE_SETTINGS_SET = 17,        /**< "settings-set", body settings_set */
+    QUILL_NYX_REQUEST_TYPE_INVOKE_RPC = 18,          /**< "invoke-rpc", body invoke_rpc */
     QUILL_NYX_REQUEST_TYPE_CREATE_SUBSCRIPTION = 19, /**< "create-subscription", body create_subscription */
-    QUILL_NYX_REQUEST_TYPE_STREAMS_LIST = 20, /**< "streams-list", no body */
-    QUILL_NYX_REQUEST_TYPE_NOTIFICATION_PAUSE = 21, /**< "notification-pause", no body */
-    QUILL_NYX_REQUEST_TYPE_NOTIFICATION_RESUME = 22 /**< "notification-resume", no body */
+    QUILL_NYX_REQUEST_TYPE_STREAMS_LIST = 20,        /**< "streams-list", no body */
+    QUILL_NYX_REQUEST_TYPE_NOTIFICATION_PAUSE = 21,  /**< "notification-pause", no body */
+    QUILL_NYX_REQUEST_TYPE_NOTIFICATION_RESUME = 22  /**< "notification-resume", no body */
 };
 
 /** Log level of a component or of an operation. Any 32-bit value is carried. */
 typedef uint32_t quill_nyx_logging_level;
 enum {
-    QUILL_NYX_LOGGING_LEVEL_NONE = 0, /**< "NONE": nothing is logged */
-    QUILL_NYX_LOGGING_LEVEL_ERROR = 1, /**< "ERROR": errors */
+    QUILL_NYX_LOGGING_LEVEL_NONE = 0,    /**< "NONE": nothing is logged */
+    QUILL_NYX_LOGGING_LEVEL_ERROR = 1,   /**< "ERROR": errors */
     QUILL_NYX_LOGGING_LEVEL_WARNING = 2, /**< "WARNING": warnings too */
-    QUILL_NYX_LOGGING_LEVEL_DEBUG = 3, /**< "DEBUG": debug lines too */
-    QUILL_NYX_LOGGING_LEVEL_TRACE = 4 /**< "TRACE": everything */
+    QUILL_NYX_LOGGING_LEVEL_DEBUG = 3,   /**< "DEBUG": debug lines too */
+    QUILL_NYX_LOGGING_LEVEL_TRACE = 4    /**< "TRACE": everything */
 };
 
+typedef struct quill_nyx_node_info quill_nyx_node_info;
+typedef struct quill_nyx_attribute quill_nyx_attribute;
+typedef struct quill_nyx_edit_ins_key quill_nyx_edit_ins_key;
+typedef struct quill_nyx_edit_ins quill_nyx_edit_ins;
+typedef struct quill_nyx_datatree quill_nyx_datatree;
+typedef struct quill_nyx_datastore quill_nyx_datastore;
+typedef struct quill_nyx_filter quill_nyx_filter;
+typedef struct quill_nyx_with_defaults quill_nyx_with_defaults;
+typedef struct quill_nyx_start_session quill_nyx_start_session;
+typedef struct quill_nyx_stop_session quill_nyx_stop_session;
+typedef struct quill_nyx_get_config quill_nyx_get_config;
+typedef struct quill_nyx_edit_config quill_nyx_edit_config;
+typedef struct quill_nyx_cli_config quill_nyx_cli_config;
+typedef struct quill_nyx_validate quill_nyx_validate;
+typedef struct quill_nyx_lock quill_nyx_lock;
+typedef struct quill_nyx_unlock quill_nyx_unlock;
+typedef struct quill_nyx_commit quill_nyx_commit;
+typedef struct quill_nyx_cancel_commit quill_nyx_cancel_commit;
+typedef struct quill_nyx_discard_changes quill_nyx_discard_changes;
+typedef struct quill_nyx_copy_config quill_nyx_copy_config;
+typedef struct quill_nyx_delete_config quill_nyx_delete_config;
+typedef struct quill_nyx_get quill_nyx_get;
+typedef struct quill_nyx_mdt_yang_resolve quill_nyx_mdt_yang_resolve;
+typedef struct quill_nyx_cli_show quill_nyx_cli_show;
+typedef struct quill_nyx_create_subscription quill_nyx_create_subscription;
+typedef struct quill_nyx_invoke_rpc quill_nyx_invoke_rpc;
+typedef struct quill_nyx_notification quill_nyx_notification;
+typedef struct quill_nyx_notification_internal quill_nyx_notification_internal;
+typedef struct quill_nyx_notification_stream quill_nyx_notification_stream;
+typedef struct quill_nyx_logging_set quill_nyx_logging_set;
+typedef struct quill_nyx_settings_set quill_nyx_settings_set;
+typedef struct quill_nyx_schema quill_nyx_schema;
+typedef struct quill_nyx_schemas_list quill_nyx_schemas_list;
+typedef struct quill_nyx_request quill_nyx_request;
+typedef struct quill_nyx_error_message quill_nyx_error_message;
+typedef struct quill_nyx_error quill_nyx_error;
+typedef struct quill_nyx_request_result quill_nyx_request_result;
+typedef struct quill_nyx_response quill_nyx_response;
+
 /** Auxiliary information attached to a data-tree node. */
-typedef struct quill_nyx_node_info {
-    char *string_1; /**< open; field 1 */
-    uint32_t uint32_2; /**< open; field 2 */
-    char **strings_3; /**< open; a null entry writes nothing; field 3 */
+struct quill_nyx_node_info {
+    char *string_1;           /**< open; field 1 */
+    uint32_t uint32_2;        /**< open; field 2 */
+    char **strings_3;         /**< open; a null entry writes nothing; field 3 */
     uint32_t strings_3_count; /**< elements in strings_3 */
-    uint8_t has_string_1 : 1; /**< string_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_strings_3 : 1; /**< strings_3 is present */
-} quill_nyx_node_info;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_string_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_strings_3 : 1;
+    /** @} */
+};
 
 /** One attribute of a node (for example a namespace declaration). */
-typedef struct quill_nyx_attribute {
-    char *key; /**< attribute name, e.g. "xmlns:ns1"; field 1 */
+struct quill_nyx_attribute {
+    char *key;   /**< attribute name, e.g. "xmlns:ns1"; field 1 */
     char *value; /**< attribute value; field 2 */
-    uint8_t has_key : 1; /**< key is present */
-    uint8_t has_value : 1; /**< value is present */
-} quill_nyx_attribute;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_key : 1;
+    uint8_t has_value : 1;
+    /** @} */
+};
 
 /** The key of the list entry (or the value of the leaf-list entry) relative to which an insert is made. */
-typedef struct quill_nyx_edit_ins_key {
+struct quill_nyx_edit_ins_key {
     quill_nyx_attribute *keys; /**< key leaf name/value pairs; field 1 */
-    uint32_t keys_count; /**< elements in keys */
-    char *value; /**< value; field 2 */
-    uint8_t has_keys : 1; /**< keys is present */
-    uint8_t has_value : 1; /**< value is present */
-} quill_nyx_edit_ins_key;
+    uint32_t keys_count;       /**< elements in keys */
+    char *value;               /**< value; field 2 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_keys : 1;
+    uint8_t has_value : 1;
+    /** @} */
+};
 
 /** Insert instruction of an edit. */
-typedef struct quill_nyx_edit_ins {
-    uint32_t insert; /**< where to insert; the value set is open; field 1 */
-    quill_nyx_edit_ins_key key; /**< reference entry; field 2 */
+struct quill_nyx_edit_ins {
+    uint32_t insert;               /**< where to insert; the value set is open; field 1 */
+    quill_nyx_edit_ins_key key;    /**< reference entry; field 2 */
     quill_nyx_attribute attribute; /**< attribute of the insert; field 3 */
-    uint8_t has_insert : 1; /**< insert is present */
-    uint8_t has_key : 1; /**< key is present */
-    uint8_t has_attribute : 1; /**< attribute is present */
-} quill_nyx_edit_ins;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_insert : 1;
+    uint8_t has_key : 1;
+    uint8_t has_attribute : 1;
+    /** @} */
+};
 
-/** One node of a data tree: YANG instance data, or any XML-like fragment that travels in a message (configuration, filter, RPC input and output, notification body, error path, error info). */
-typedef struct quill_nyx_datatree {
-    char *name; /**< element name (may be a single blank for an anonymous wrapper node); field 1 */
-    char *value; /**< text value of a leaf; field 2 */
-    char *namespace_; /**< namespace of the element; field 3 */
-    uint32_t uint32_4; /**< open; field 4 */
+/**
+ * One node of a data tree: YANG instance data, or any XML-like fragment that travels in a message
+ * (configuration, filter, RPC input and output, notification body, error path, error info).
+ */
+struct quill_nyx_datatree {
+    char *name;                         /**< element name (may be a single blank for an anonymous wrapper node); field 1 */
+    char *value;                        /**< text value of a leaf; field 2 */
+    char *namespace_;                   /**< namespace of the element; field 3 */
+    uint32_t uint32_4;                  /**< open; field 4 */
     quill_nyx_edit_operation operation; /**< edit operation on this node; field 5 */
-    quill_nyx_attribute *attributes; /**< attributes of the element; field 6 */
-    uint32_t attributes_count; /**< elements in attributes */
-    quill_nyx_datatree *children; /**< child nodes, in document order; field 7 */
-    uint32_t children_count; /**< elements in children */
-    uint32_t uint32_8; /**< open; field 8 */
-    quill_nyx_node_info node_info; /**< auxiliary node information; field 9 */
-    uint8_t flag_10; /**< open; field 10 */
-    quill_nyx_edit_ins edit_ins; /**< insert instruction for this node; field 11 */
-    quill_nyx_node_kind node_kind; /**< kind of node; field 12 */
-    char *string_13; /**< open; field 13 */
-    uint8_t flag_14; /**< open; field 14 */
-    uint8_t has_name : 1; /**< name is present */
-    uint8_t has_value : 1; /**< value is present */
-    uint8_t has_namespace : 1; /**< namespace_ is present */
-    uint8_t has_uint32_4 : 1; /**< uint32_4 is present */
-    uint8_t has_operation : 1; /**< operation is present */
-    uint8_t has_attributes : 1; /**< attributes is present */
-    uint8_t has_children : 1; /**< children is present */
-    uint8_t has_uint32_8 : 1; /**< uint32_8 is present */
-    uint8_t has_node_info : 1; /**< node_info is present */
-    uint8_t has_flag_10 : 1; /**< flag_10 is present */
-    uint8_t has_edit_ins : 1; /**< edit_ins is present */
-    uint8_t has_node_kind : 1; /**< node_kind is present */
-    uint8_t has_string_13 : 1; /**< string_13 is present */
-    uint8_t has_flag_14 : 1; /**< flag_14 is present */
-} quill_nyx_datatree;
+    quill_nyx_attribute *attributes;    /**< attributes of the element; field 6 */
+    uint32_t attributes_count;          /**< elements in attributes */
+    quill_nyx_datatree *children;       /**< child nodes, in document order; field 7 */
+    uint32_t children_count;            /**< elements in children */
+    uint32_t uint32_8;                  /**< open; field 8 */
+    quill_nyx_node_info node_info;      /**< auxiliary node information; field 9 */
+    uint8_t flag_10;                    /**< open; field 10 */
+    quill_nyx_edit_ins edit_ins;        /**< insert instruction for this node; field 11 */
+    quill_nyx_node_kind node_kind;      /**< kind of node; field 12 */
+    char *string_13;                    /**< open; field 13 */
+    uint8_t flag_14;                    /**< open; field 14 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_name : 1;
+    uint8_t has_value : 1;
+    uint8_t has_namespace : 1;
+    uint8_t has_uint32_4 : 1;
+    uint8_t has_operation : 1;
+    uint8_t has_attributes : 1;
+    uint8_t has_children : 1;
+    uint8_t has_uint32_8 : 1;
+    uint8_t has_node_info : 1;
+    uint8_t has_flag_10 : 1;
+    uint8_t has_edit_ins : 1;
+    uint8_t has_node_kind : 1;
+    uint8_t has_string_13 : 1;
+    uint8_t has_flag_14 : 1;
+    /** @} */
+};
 
 /** A datastore. */
-typedef struct quill_nyx_datastore {
+struct quill_nyx_datastore {
     char *name; /**< datastore name; field 1 */
-    uint8_t has_name : 1; /**< name is present */
-} quill_nyx_datastore;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_name : 1;
+    /** @} */
+};
 
 /** Selects part of a datastore or of a notification stream. */
-typedef struct quill_nyx_filter {
-    uint32_t uint32_1; /**< filter kind; value set open; field 1 */
+struct quill_nyx_filter {
+    uint32_t uint32_1;       /**< filter kind; value set open; field 1 */
     quill_nyx_datatree tree; /**< filter content; field 2 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_tree : 1; /**< tree is present */
-} quill_nyx_filter;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_tree : 1;
+    /** @} */
+};
 
 /** How default values are reported. */
-typedef struct quill_nyx_with_defaults {
+struct quill_nyx_with_defaults {
     uint32_t uint32_1; /**< open; field 1 */
     uint32_t uint32_2; /**< open; field 2 */
-    char *string_3; /**< open; field 3 */
+    char *string_3;    /**< open; field 3 */
     uint32_t uint32_4; /**< open; field 4 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_string_3 : 1; /**< string_3 is present */
-    uint8_t has_uint32_4 : 1; /**< uint32_4 is present */
-} quill_nyx_with_defaults;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_string_3 : 1;
+    uint8_t has_uint32_4 : 1;
+    /** @} */
+};
 
 /** Body of start-session. */
-typedef struct quill_nyx_start_session {
-    char *string_1; /**< open; field 1 */
-    char *string_2; /**< open; field 2 */
+struct quill_nyx_start_session {
+    char *string_1;    /**< open; field 1 */
+    char *string_2;    /**< open; field 2 */
     uint32_t uint32_3; /**< open; field 3 */
-    uint8_t flag_4; /**< open; field 4 */
-    char *string_5; /**< open; field 5 */
-    char *string_6; /**< open; field 6 */
-    char *string_7; /**< open; field 7 */
+    uint8_t flag_4;    /**< open; field 4 */
+    char *string_5;    /**< open; field 5 */
+    char *string_6;    /**< open; field 6 */
+    char *string_7;    /**< open; field 7 */
     uint32_t uint32_8; /**< open; field 8 */
-    uint8_t flag_9; /**< open; field 9 */
-    char *string_10; /**< open; field 10 */
-    uint8_t has_string_1 : 1; /**< string_1 is present */
-    uint8_t has_string_2 : 1; /**< string_2 is present */
-    uint8_t has_uint32_3 : 1; /**< uint32_3 is present */
-    uint8_t has_flag_4 : 1; /**< flag_4 is present */
-    uint8_t has_string_5 : 1; /**< string_5 is present */
-    uint8_t has_string_6 : 1; /**< string_6 is present */
-    uint8_t has_string_7 : 1; /**< string_7 is present */
-    uint8_t has_uint32_8 : 1; /**< uint32_8 is present */
-    uint8_t has_flag_9 : 1; /**< flag_9 is present */
-    uint8_t has_string_10 : 1; /**< string_10 is present */
-} quill_nyx_start_session;
+    uint8_t flag_9;    /**< open; field 9 */
+    char *string_10;   /**< open; field 10 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_string_1 : 1;
+    uint8_t has_string_2 : 1;
+    uint8_t has_uint32_3 : 1;
+    uint8_t has_flag_4 : 1;
+    uint8_t has_string_5 : 1;
+    uint8_t has_string_6 : 1;
+    uint8_t has_string_7 : 1;
+    uint8_t has_uint32_8 : 1;
+    uint8_t has_flag_9 : 1;
+    uint8_t has_string_10 : 1;
+    /** @} */
+};
 
 /** Body of stop-session. */
-typedef struct quill_nyx_stop_session {
+struct quill_nyx_stop_session {
     uint32_t uint32_1; /**< open; field 1 */
     uint32_t uint32_2; /**< open; field 2 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-} quill_nyx_stop_session;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    /** @} */
+};
 
 /** Body of get-config. */
-typedef struct quill_nyx_get_config {
-    quill_nyx_datastore source; /**< datastore to read; field 1 */
-    quill_nyx_filter filter; /**< what to read of it; field 2 */
-    uint32_t uint32_3; /**< open; field 3 */
+struct quill_nyx_get_config {
+    quill_nyx_datastore source;            /**< datastore to read; field 1 */
+    quill_nyx_filter filter;               /**< what to read of it; field 2 */
+    uint32_t uint32_3;                     /**< open; field 3 */
     quill_nyx_with_defaults with_defaults; /**< how default values are reported; field 4 */
-    char *string_5; /**< open; field 5 */
-    uint8_t has_source : 1; /**< source is present */
-    uint8_t has_filter : 1; /**< filter is present */
-    uint8_t has_uint32_3 : 1; /**< uint32_3 is present */
-    uint8_t has_with_defaults : 1; /**< with_defaults is present */
-    uint8_t has_string_5 : 1; /**< string_5 is present */
-} quill_nyx_get_config;
+    char *string_5;                        /**< open; field 5 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_source : 1;
+    uint8_t has_filter : 1;
+    uint8_t has_uint32_3 : 1;
+    uint8_t has_with_defaults : 1;
+    uint8_t has_string_5 : 1;
+    /** @} */
+};
 
 /** Body of edit-config. Field 4 is declared, and therefore written, before field 3. */
-typedef struct quill_nyx_edit_config {
+struct quill_nyx_edit_config {
     quill_nyx_datastore target; /**< datastore to edit; field 1 */
-    uint32_t uint32_2; /**< open; field 2 */
-    uint32_t uint32_4; /**< open; field 4 */
-    uint32_t uint32_3; /**< open; field 3 */
-    quill_nyx_datatree config; /**< the edit; field 5 */
-    uint8_t has_target : 1; /**< target is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_uint32_4 : 1; /**< uint32_4 is present */
-    uint8_t has_uint32_3 : 1; /**< uint32_3 is present */
-    uint8_t has_config : 1; /**< config is present */
-} quill_nyx_edit_config;
+    uint32_t uint32_2;          /**< open; field 2 */
+    uint32_t uint32_4;          /**< open; field 4 */
+    uint32_t uint32_3;          /**< open; field 3 */
+    quill_nyx_datatree config;  /**< the edit; field 5 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_target : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_uint32_4 : 1;
+    uint8_t has_uint32_3 : 1;
+    uint8_t has_config : 1;
+    /** @} */
+};
 
 /** Body of cli-config. */
-typedef struct quill_nyx_cli_config {
-    char *string_1; /**< open; field 1 */
+struct quill_nyx_cli_config {
+    char *string_1;    /**< open; field 1 */
     uint32_t uint32_2; /**< open; field 2 */
     uint32_t uint32_3; /**< open; field 3 */
-    uint8_t has_string_1 : 1; /**< string_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_uint32_3 : 1; /**< uint32_3 is present */
-} quill_nyx_cli_config;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_string_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_uint32_3 : 1;
+    /** @} */
+};
 
 /** Body of validate. */
-typedef struct quill_nyx_validate {
+struct quill_nyx_validate {
     quill_nyx_datastore source; /**< datastore to validate; field 1 */
-    quill_nyx_datatree config; /**< configuration to validate; field 2 */
-    uint8_t has_source : 1; /**< source is present */
-    uint8_t has_config : 1; /**< config is present */
-} quill_nyx_validate;
+    quill_nyx_datatree config;  /**< configuration to validate; field 2 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_source : 1;
+    uint8_t has_config : 1;
+    /** @} */
+};
 
 /** Body of lock. */
-typedef struct quill_nyx_lock {
+struct quill_nyx_lock {
     quill_nyx_datastore target; /**< datastore to lock; field 1 */
-    uint8_t has_target : 1; /**< target is present */
-} quill_nyx_lock;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_target : 1;
+    /** @} */
+};
 
 /** Body of unlock. */
-typedef struct quill_nyx_unlock {
+struct quill_nyx_unlock {
     quill_nyx_datastore target; /**< datastore to unlock; field 1 */
-    uint8_t has_target : 1; /**< target is present */
-} quill_nyx_unlock;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_target : 1;
+    /** @} */
+};
 
 /** Body of commit. */
-typedef struct quill_nyx_commit {
+struct quill_nyx_commit {
     uint32_t uint32_1; /**< open; a boolean kept in 32 bits; field 1 */
     uint32_t uint32_2; /**< open; field 2; 600 after a reset */
-    char *string_3; /**< open; field 3 */
-    char *string_4; /**< open; field 4 */
-    uint8_t flag_5; /**< open; field 5 */
-    uint8_t flag_6; /**< open; field 6 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_string_3 : 1; /**< string_3 is present */
-    uint8_t has_string_4 : 1; /**< string_4 is present */
-    uint8_t has_flag_5 : 1; /**< flag_5 is present */
-    uint8_t has_flag_6 : 1; /**< flag_6 is present */
-} quill_nyx_commit;
+    char *string_3;    /**< open; field 3 */
+    char *string_4;    /**< open; field 4 */
+    uint8_t flag_5;    /**< open; field 5 */
+    uint8_t flag_6;    /**< open; field 6 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_string_3 : 1;
+    uint8_t has_string_4 : 1;
+    uint8_t has_flag_5 : 1;
+    uint8_t has_flag_6 : 1;
+    /** @} */
+};
 
 /** Body of cancel-commit. */
-typedef struct quill_nyx_cancel_commit {
+struct quill_nyx_cancel_commit {
     char *string_1; /**< open; field 1 */
-    uint8_t has_string_1 : 1; /**< string_1 is present */
-} quill_nyx_cancel_commit;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_string_1 : 1;
+    /** @} */
+};
 
 /** Body of discard-changes: always empty, present by its bit alone. */
-typedef struct quill_nyx_discard_changes {
+struct quill_nyx_discard_changes {
     uint8_t reserved; /**< keeps the size the same in C and C++; never read */
-} quill_nyx_discard_changes;
+};
 
 /** Body of copy-config. */
-typedef struct quill_nyx_copy_config {
-    quill_nyx_datastore target; /**< datastore to write; field 1 */
-    char *string_2; /**< open; stands beside the target; field 2 */
-    quill_nyx_datastore source; /**< datastore to read; field 3 */
-    char *string_4; /**< open; stands beside the source; field 4 */
-    quill_nyx_datatree config; /**< configuration to write; field 5 */
+struct quill_nyx_copy_config {
+    quill_nyx_datastore target;            /**< datastore to write; field 1 */
+    char *string_2;                        /**< open; stands beside the target; field 2 */
+    quill_nyx_datastore source;            /**< datastore to read; field 3 */
+    char *string_4;                        /**< open; stands beside the source; field 4 */
+    quill_nyx_datatree config;             /**< configuration to write; field 5 */
     quill_nyx_with_defaults with_defaults; /**< how default values are reported; field 6 */
-    uint8_t has_target : 1; /**< target is present */
-    uint8_t has_string_2 : 1; /**< string_2 is present */
-    uint8_t has_source : 1; /**< source is present */
-    uint8_t has_string_4 : 1; /**< string_4 is present */
-    uint8_t has_config : 1; /**< config is present */
-    uint8_t has_with_defaults : 1; /**< with_defaults is present */
-} quill_nyx_copy_config;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_target : 1;
+    uint8_t has_string_2 : 1;
+    uint8_t has_source : 1;
+    uint8_t has_string_4 : 1;
+    uint8_t has_config : 1;
+    uint8_t has_with_defaults : 1;
+    /** @} */
+};
 
 /** The datastore of a delete-config. A record of its own: no request carries it. */
-typedef struct quill_nyx_delete_config {
+struct quill_nyx_delete_config {
     quill_nyx_datastore target; /**< datastore to delete; field 1 */
-    uint8_t has_target : 1; /**< target is present */
-} quill_nyx_delete_config;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_target : 1;
+    /** @} */
+};
 
 /** Body of get. */
-typedef struct quill_nyx_get {
-    quill_nyx_filter filter; /**< what to read; field 1 */
-    uint32_t uint32_2; /**< open; field 2 */
+struct quill_nyx_get {
+    quill_nyx_filter filter;               /**< what to read; field 1 */
+    uint32_t uint32_2;                     /**< open; field 2 */
     quill_nyx_with_defaults with_defaults; /**< how default values are reported; field 3 */
-    uint8_t has_filter : 1; /**< filter is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_with_defaults : 1; /**< with_defaults is present */
-} quill_nyx_get;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_filter : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_with_defaults : 1;
+    /** @} */
+};
 
 /** Body without an operation of its own; holds the only 64-bit member. */
-typedef struct quill_nyx_mdt_yang_resolve {
+struct quill_nyx_mdt_yang_resolve {
     uint64_t uint64_1; /**< open; field 1 */
-    uint8_t has_uint64_1 : 1; /**< uint64_1 is present */
-} quill_nyx_mdt_yang_resolve;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint64_1 : 1;
+    /** @} */
+};
 
 /** Body of cli-show. */
-typedef struct quill_nyx_cli_show {
-    char *string_1; /**< open; field 1 */
+struct quill_nyx_cli_show {
+    char *string_1;    /**< open; field 1 */
     uint32_t uint32_2; /**< open; field 2 */
-    uint8_t has_string_1 : 1; /**< string_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-} quill_nyx_cli_show;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_string_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    /** @} */
+};
 
 /** Body of create-subscription. */
-typedef struct quill_nyx_create_subscription {
-    char *string_1; /**< open; field 1 */
+struct quill_nyx_create_subscription {
+    char *string_1;          /**< open; field 1 */
     quill_nyx_filter filter; /**< which notifications; field 2 */
-    uint32_t uint32_3; /**< open; field 3 */
-    uint32_t uint32_4; /**< open; field 4 */
-    uint8_t has_string_1 : 1; /**< string_1 is present */
-    uint8_t has_filter : 1; /**< filter is present */
-    uint8_t has_uint32_3 : 1; /**< uint32_3 is present */
-    uint8_t has_uint32_4 : 1; /**< uint32_4 is present */
-} quill_nyx_create_subscription;
+    uint32_t uint32_3;       /**< open; field 3 */
+    uint32_t uint32_4;       /**< open; field 4 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_string_1 : 1;
+    uint8_t has_filter : 1;
+    uint8_t has_uint32_3 : 1;
+    uint8_t has_uint32_4 : 1;
+    /** @} */
+};
 
 /** Body of invoke-rpc. */
-typedef struct quill_nyx_invoke_rpc {
-    uint32_t uint32_1; /**< open; field 1 */
+struct quill_nyx_invoke_rpc {
+    uint32_t uint32_1;       /**< open; field 1 */
     quill_nyx_datatree tree; /**< the RPC and its input; field 2 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_tree : 1; /**< tree is present */
-} quill_nyx_invoke_rpc;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_tree : 1;
+    /** @} */
+};
 
 /** A notification. */
-typedef struct quill_nyx_notification {
-    uint32_t *uint32s_1; /**< open; one tag per element, never packed; field 1 */
+struct quill_nyx_notification {
+    uint32_t *uint32s_1;      /**< open; one tag per element, never packed; field 1 */
     uint32_t uint32s_1_count; /**< elements in uint32s_1 */
-    uint32_t uint32_2; /**< open; field 2 */
-    quill_nyx_datatree tree; /**< notification content; field 3 */
-    uint8_t has_uint32s_1 : 1; /**< uint32s_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_tree : 1; /**< tree is present */
-} quill_nyx_notification;
+    uint32_t uint32_2;        /**< open; field 2 */
+    quill_nyx_datatree tree;  /**< notification content; field 3 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32s_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_tree : 1;
+    /** @} */
+};
 
 /** A notification inside the framework. */
-typedef struct quill_nyx_notification_internal {
+struct quill_nyx_notification_internal {
     uint32_t uint32_1; /**< open; field 1 */
     uint32_t uint32_2; /**< open; field 2 */
     uint32_t uint32_3; /**< open; field 3 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_uint32_3 : 1; /**< uint32_3 is present */
-} quill_nyx_notification_internal;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_uint32_3 : 1;
+    /** @} */
+};
 
 /** A notification stream. */
-typedef struct quill_nyx_notification_stream {
-    char *string_1; /**< open; field 1 */
-    char *string_2; /**< open; field 2 */
-    uint8_t flag_3; /**< open; field 3 */
+struct quill_nyx_notification_stream {
+    char *string_1;    /**< open; field 1 */
+    char *string_2;    /**< open; field 2 */
+    uint8_t flag_3;    /**< open; field 3 */
     uint32_t uint32_4; /**< open; field 4 */
     uint32_t uint32_5; /**< open; field 5 */
-    uint8_t has_string_1 : 1; /**< string_1 is present */
-    uint8_t has_string_2 : 1; /**< string_2 is present */
-    uint8_t has_flag_3 : 1; /**< flag_3 is present */
-    uint8_t has_uint32_4 : 1; /**< uint32_4 is present */
-    uint8_t has_uint32_5 : 1; /**< uint32_5 is present */
-} quill_nyx_notification_stream;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_string_1 : 1;
+    uint8_t has_string_2 : 1;
+    uint8_t has_flag_3 : 1;
+    uint8_t has_uint32_4 : 1;
+    uint8_t has_uint32_5 : 1;
+    /** @} */
+};
 
 /** Body of logging-set. */
-typedef struct quill_nyx_logging_set {
+struct quill_nyx_logging_set {
     uint32_t uint32_1; /**< open; field 1 */
     uint32_t uint32_2; /**< open; field 2 */
     uint32_t uint32_3; /**< open; field 3; 1 after a reset */
-    uint8_t flag_4; /**< open; field 4 */
-    uint8_t flag_5; /**< open; field 5 */
-    uint8_t flag_6; /**< open; field 6 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_uint32_3 : 1; /**< uint32_3 is present */
-    uint8_t has_flag_4 : 1; /**< flag_4 is present */
-    uint8_t has_flag_5 : 1; /**< flag_5 is present */
-    uint8_t has_flag_6 : 1; /**< flag_6 is present */
-} quill_nyx_logging_set;
+    uint8_t flag_4;    /**< open; field 4 */
+    uint8_t flag_5;    /**< open; field 5 */
+    uint8_t flag_6;    /**< open; field 6 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_uint32_3 : 1;
+    uint8_t has_flag_4 : 1;
+    uint8_t has_flag_5 : 1;
+    uint8_t has_flag_6 : 1;
+    /** @} */
+};
 
 /** Body of settings-set. */
-typedef struct quill_nyx_settings_set {
+struct quill_nyx_settings_set {
     uint32_t uint32_1; /**< open; a boolean kept in 32 bits; field 1 */
     uint32_t uint32_2; /**< open; field 2 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-} quill_nyx_settings_set;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    /** @} */
+};
 
 /** One entry of a schema list. */
-typedef struct quill_nyx_schema {
-    char *string_1; /**< open; field 1 */
-    char *string_2; /**< open; field 2 */
-    char *string_3; /**< open; field 3 */
-    uint8_t flag_4; /**< open; field 4 */
-    char *string_5; /**< open; field 5 */
-    char *string_6; /**< open; field 6 */
-    char *string_7; /**< open; field 7 */
-    uint8_t flag_8; /**< open; field 8 */
-    uint8_t flag_9; /**< open; field 9 */
+struct quill_nyx_schema {
+    char *string_1;  /**< open; field 1 */
+    char *string_2;  /**< open; field 2 */
+    char *string_3;  /**< open; field 3 */
+    uint8_t flag_4;  /**< open; field 4 */
+    char *string_5;  /**< open; field 5 */
+    char *string_6;  /**< open; field 6 */
+    char *string_7;  /**< open; field 7 */
+    uint8_t flag_8;  /**< open; field 8 */
+    uint8_t flag_9;  /**< open; field 9 */
     uint8_t flag_10; /**< open; field 10 */
     uint8_t flag_11; /**< open; field 11 */
     char *string_12; /**< open; field 12 */
     char *string_13; /**< open; field 13 */
-    uint8_t has_string_1 : 1; /**< string_1 is present */
-    uint8_t has_string_2 : 1; /**< string_2 is present */
-    uint8_t has_string_3 : 1; /**< string_3 is present */
-    uint8_t has_flag_4 : 1; /**< flag_4 is present */
-    uint8_t has_string_5 : 1; /**< string_5 is present */
-    uint8_t has_string_6 : 1; /**< string_6 is present */
-    uint8_t has_string_7 : 1; /**< string_7 is present */
-    uint8_t has_flag_8 : 1; /**< flag_8 is present */
-    uint8_t has_flag_9 : 1; /**< flag_9 is present */
-    uint8_t has_flag_10 : 1; /**< flag_10 is present */
-    uint8_t has_flag_11 : 1; /**< flag_11 is present */
-    uint8_t has_string_12 : 1; /**< string_12 is present */
-    uint8_t has_string_13 : 1; /**< string_13 is present */
-} quill_nyx_schema;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_string_1 : 1;
+    uint8_t has_string_2 : 1;
+    uint8_t has_string_3 : 1;
+    uint8_t has_flag_4 : 1;
+    uint8_t has_string_5 : 1;
+    uint8_t has_string_6 : 1;
+    uint8_t has_string_7 : 1;
+    uint8_t has_flag_8 : 1;
+    uint8_t has_flag_9 : 1;
+    uint8_t has_flag_10 : 1;
+    uint8_t has_flag_11 : 1;
+    uint8_t has_string_12 : 1;
+    uint8_t has_string_13 : 1;
+    /** @} */
+};
 
 /** Body of schemas-list: always empty, present by its bit alone. */
-typedef struct quill_nyx_schemas_list {
+struct quill_nyx_schemas_list {
     uint8_t reserved; /**< keeps the size the same in C and C++; never read */
-} quill_nyx_schemas_list;
+};
 
-/** A request of a management agent to the request processor. It holds all bodies at once and every body that is present is written, whatever the type says. */
-typedef struct quill_nyx_request {
-    quill_nyx_request_type type; /**< the operation; logged as "op=%u"; field 1 */
-    uint32_t session_id; /**< session the request belongs to; field 2 */
-    char *message_id; /**< message identifier; a request without it fails with "message-id not set"; field 3 */
-    uint32_t uint32_4; /**< open; field 4 */
-    uint8_t flag_5; /**< open; field 5 */
-    uint8_t flag_6; /**< open; field 6; 1 after a reset */
-    quill_nyx_get_config get_config; /**< body; field 32 */
-    quill_nyx_edit_config edit_config; /**< body; field 33 */
-    quill_nyx_validate validate; /**< body; field 34 */
-    quill_nyx_lock lock; /**< body; field 35 */
-    quill_nyx_unlock unlock; /**< body; field 36 */
-    quill_nyx_commit commit; /**< body; field 37 */
-    quill_nyx_cancel_commit cancel_commit; /**< body; field 38 */
-    quill_nyx_discard_changes discard_changes; /**< body (always empty); field 39 */
-    quill_nyx_copy_config copy_config; /**< body; field 40 */
-    quill_nyx_get get; /**< body; field 42 */
-    quill_nyx_start_session start_session; /**< body; field 43 */
-    quill_nyx_stop_session stop_session; /**< body; field 44 */
-    quill_nyx_logging_set logging_set; /**< body; field 45 */
-    quill_nyx_schemas_list schemas_list; /**< body (always empty); field 46 */
-    quill_nyx_cli_show cli_show; /**< body; field 47 */
-    quill_nyx_cli_config cli_config; /**< body; field 48 */
-    quill_nyx_settings_set settings_set; /**< body; field 49 */
-    quill_nyx_mdt_yang_resolve mdt_yang_resolve; /**< body; field 50 */
-    quill_nyx_invoke_rpc invoke_rpc; /**< body; field 51 */
+/**
+ * A request of a management agent to the request processor. It holds all bodies at once and every body that is
+ * present is written, whatever the type says.
+ */
+struct quill_nyx_request {
+    quill_nyx_request_type type;                       /**< the operation; logged as "op=%u"; field 1 */
+    uint32_t session_id;                               /**< session the request belongs to; field 2 */
+    char *message_id;                                  /**< message identifier; a request without it fails with "message-id not set"; field 3 */
+    uint32_t uint32_4;                                 /**< open; field 4 */
+    uint8_t flag_5;                                    /**< open; field 5 */
+    uint8_t flag_6;                                    /**< open; field 6; 1 after a reset */
+    quill_nyx_get_config get_config;                   /**< body; field 32 */
+    quill_nyx_edit_config edit_config;                 /**< body; field 33 */
+    quill_nyx_validate validate;                       /**< body; field 34 */
+    quill_nyx_lock lock;                               /**< body; field 35 */
+    quill_nyx_unlock unlock;                           /**< body; field 36 */
+    quill_nyx_commit commit;                           /**< body; field 37 */
+    quill_nyx_cancel_commit cancel_commit;             /**< body; field 38 */
+    quill_nyx_discard_changes discard_changes;         /**< body (always empty); field 39 */
+    quill_nyx_copy_config copy_config;                 /**< body; field 40 */
+    quill_nyx_get get;                                 /**< body; field 42 */
+    quill_nyx_start_session start_session;             /**< body; field 43 */
+    quill_nyx_stop_session stop_session;               /**< body; field 44 */
+    quill_nyx_logging_set logging_set;                 /**< body; field 45 */
+    quill_nyx_schemas_list schemas_list;               /**< body (always empty); field 46 */
+    quill_nyx_cli_show cli_show;                       /**< body; field 47 */
+    quill_nyx_cli_config cli_config;                   /**< body; field 48 */
+    quill_nyx_settings_set settings_set;               /**< body; field 49 */
+    quill_nyx_mdt_yang_resolve mdt_yang_resolve;       /**< body; field 50 */
+    quill_nyx_invoke_rpc invoke_rpc;                   /**< body; field 51 */
     quill_nyx_create_subscription create_subscription; /**< body; field 52 */
-    uint8_t has_type : 1; /**< type is present */
-    uint8_t has_session_id : 1; /**< session_id is present */
-    uint8_t has_message_id : 1; /**< message_id is present */
-    uint8_t has_uint32_4 : 1; /**< uint32_4 is present */
-    uint8_t has_flag_5 : 1; /**< flag_5 is present */
-    uint8_t has_flag_6 : 1; /**< flag_6 is present */
-    uint8_t has_get_config : 1; /**< get_config is present */
-    uint8_t has_edit_config : 1; /**< edit_config is present */
-    uint8_t has_validate : 1; /**< validate is present */
-    uint8_t has_lock : 1; /**< lock is present */
-    uint8_t has_unlock : 1; /**< unlock is present */
-    uint8_t has_commit : 1; /**< commit is present */
-    uint8_t has_cancel_commit : 1; /**< cancel_commit is present */
-    uint8_t has_discard_changes : 1; /**< discard_changes is present */
-    uint8_t has_copy_config : 1; /**< copy_config is present */
-    uint8_t has_get : 1; /**< get is present */
-    uint8_t has_start_session : 1; /**< start_session is present */
-    uint8_t has_stop_session : 1; /**< stop_session is present */
-    uint8_t has_logging_set : 1; /**< logging_set is present */
-    uint8_t has_schemas_list : 1; /**< schemas_list is present */
-    uint8_t has_cli_show : 1; /**< cli_show is present */
-    uint8_t has_cli_config : 1; /**< cli_config is present */
-    uint8_t has_settings_set : 1; /**< settings_set is present */
-    uint8_t has_mdt_yang_resolve : 1; /**< mdt_yang_resolve is present */
-    uint8_t has_invoke_rpc : 1; /**< invoke_rpc is present */
-    uint8_t has_create_subscription : 1; /**< create_subscription is present */
-} quill_nyx_request;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_type : 1;
+    uint8_t has_session_id : 1;
+    uint8_t has_message_id : 1;
+    uint8_t has_uint32_4 : 1;
+    uint8_t has_flag_5 : 1;
+    uint8_t has_flag_6 : 1;
+    uint8_t has_get_config : 1;
+    uint8_t has_edit_config : 1;
+    uint8_t has_validate : 1;
+    uint8_t has_lock : 1;
+    uint8_t has_unlock : 1;
+    uint8_t has_commit : 1;
+    uint8_t has_cancel_commit : 1;
+    uint8_t has_discard_changes : 1;
+    uint8_t has_copy_config : 1;
+    uint8_t has_get : 1;
+    uint8_t has_start_session : 1;
+    uint8_t has_stop_session : 1;
+    uint8_t has_logging_set : 1;
+    uint8_t has_schemas_list : 1;
+    uint8_t has_cli_show : 1;
+    uint8_t has_cli_config : 1;
+    uint8_t has_settings_set : 1;
+    uint8_t has_mdt_yang_resolve : 1;
+    uint8_t has_invoke_rpc : 1;
+    uint8_t has_create_subscription : 1;
+    /** @} */
+};
 
 /** The message of an rpc-error. */
-typedef struct quill_nyx_error_message {
+struct quill_nyx_error_message {
     char *string_1; /**< open; field 1 */
-    char *text; /**< the human-readable message, e.g. "Message ID is missing."; field 2 */
-    uint8_t has_string_1 : 1; /**< string_1 is present */
-    uint8_t has_text : 1; /**< text is present */
-} quill_nyx_error_message;
+    char *text;     /**< the human-readable message, e.g. "Message ID is missing."; field 2 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_string_1 : 1;
+    uint8_t has_text : 1;
+    /** @} */
+};
 
 /** One rpc-error. */
-typedef struct quill_nyx_error {
-    uint32_t error_type; /**< error type code (the message-id check uses 1); field 1 */
-    char *error_tag; /**< error tag, e.g. "missing-attribute"; field 2 */
-    uint32_t error_severity; /**< severity code (the error setters use 0); field 3 */
-    char *error_app_tag; /**< application tag; field 4 */
-    quill_nyx_datatree error_path; /**< path of the failing node, as a one-node tree; field 5 */
+struct quill_nyx_error {
+    uint32_t error_type;                   /**< error type code (the message-id check uses 1); field 1 */
+    char *error_tag;                       /**< error tag, e.g. "missing-attribute"; field 2 */
+    uint32_t error_severity;               /**< severity code (the error setters use 0); field 3 */
+    char *error_app_tag;                   /**< application tag; field 4 */
+    quill_nyx_datatree error_path;         /**< path of the failing node, as a one-node tree; field 5 */
     quill_nyx_error_message error_message; /**< message; field 6 */
-    quill_nyx_datatree error_info; /**< error-info content; its children are the info elements such as bad-element; field 7 */
-    uint8_t has_error_type : 1; /**< error_type is present */
-    uint8_t has_error_tag : 1; /**< error_tag is present */
-    uint8_t has_error_severity : 1; /**< error_severity is present */
-    uint8_t has_error_app_tag : 1; /**< error_app_tag is present */
-    uint8_t has_error_path : 1; /**< error_path is present */
-    uint8_t has_error_message : 1; /**< error_message is present */
-    uint8_t has_error_info : 1; /**< error_info is present */
-} quill_nyx_error;
+    quill_nyx_datatree error_info;         /**< error-info content; its children are the info elements such as bad-element; field 7 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_error_type : 1;
+    uint8_t has_error_tag : 1;
+    uint8_t has_error_severity : 1;
+    uint8_t has_error_app_tag : 1;
+    uint8_t has_error_path : 1;
+    uint8_t has_error_message : 1;
+    uint8_t has_error_info : 1;
+    /** @} */
+};
 
 /** The outcome of a request. */
-typedef struct quill_nyx_request_result {
-    uint32_t uint32_1; /**< result status: 0 the request failed, 1 it succeeded; field 1 */
-    uint32_t uint32_2; /**< open; field 2 */
-    char *string_3; /**< open; field 3 */
+struct quill_nyx_request_result {
+    uint32_t uint32_1;     /**< result status: 0 the request failed, 1 it succeeded; field 1 */
+    uint32_t uint32_2;     /**< open; field 2 */
+    char *string_3;        /**< open; field 3 */
     quill_nyx_error error; /**< the error; field 33 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_string_3 : 1; /**< string_3 is present */
-    uint8_t has_error : 1; /**< error is present */
-} quill_nyx_request_result;
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_string_3 : 1;
+    uint8_t has_error : 1;
+    /** @} */
+};
 
 /** The answer to a request. */
-typedef struct quill_nyx_response {
-    uint32_t uint32_1; /**< open; a boolean kept in 32 bits; field 1 */
-    uint32_t uint32_2; /**< open; field 2 */
-    char *string_3; /**< open; field 3 */
-    quill_nyx_schema *schemas; /**< schema list; field 4 */
-    uint32_t schemas_count; /**< elements in schemas */
+struct quill_nyx_response {
+    uint32_t uint32_1;                      /**< open; a boolean kept in 32 bits; field 1 */
+    uint32_t uint32_2;                      /**< open; field 2 */
+    char *string_3;                         /**< open; field 3 */
+    quill_nyx_schema *schemas;              /**< schema list; field 4 */
+    uint32_t schemas_count;                 /**< elements in schemas */
     quill_nyx_notification_stream *streams; /**< notification streams; field 5 */
-    uint32_t streams_count; /**< elements in streams */
-    quill_nyx_datatree tree; /**< result data; field 32 */
-    quill_nyx_error error; /**< single error; field 33 */
-    quill_nyx_error *errors; /**< further errors; field 34 */
-    uint32_t errors_count; /**< elements in errors */
-    uint8_t flag_35; /**< open; field 35 */
-    uint8_t has_uint32_1 : 1; /**< uint32_1 is present */
-    uint8_t has_uint32_2 : 1; /**< uint32_2 is present */
-    uint8_t has_string_3 : 1; /**< string_3 is present */
-    uint8_t has_schemas : 1; /**< schemas is present */
-    uint8_t has_streams : 1; /**< streams is present */
-    uint8_t has_tree : 1; /**< tree is present */
-    uint8_t has_error : 1; /**< error is present */
-    uint8_t has_errors : 1; /**< errors is present */
-    uint8_t has_flag_35 : 1; /**< flag_35 is present */
-} quill_nyx_response;
+    uint32_t streams_count;                 /**< elements in streams */
+    quill_nyx_datatree tree;                /**< result data; field 32 */
+    quill_nyx_error error;                  /**< single error; field 33 */
+    quill_nyx_error *errors;                /**< further errors; field 34 */
+    uint32_t errors_count;                  /**< elements in errors */
+    uint8_t flag_35;                        /**< open; field 35 */
+    /** Presence: bit k of these bytes belongs to the k-th member. @{ */
+    uint8_t has_uint32_1 : 1;
+    uint8_t has_uint32_2 : 1;
+    uint8_t has_string_3 : 1;
+    uint8_t has_schemas : 1;
+    uint8_t has_streams : 1;
+    uint8_t has_tree : 1;
+    uint8_t has_error : 1;
+    uint8_t has_errors : 1;
+    uint8_t has_flag_35 : 1;
+    /** @} */
+};
 
 /** Encodes a quill_nyx_node_info; see @ref quill_encode. */
-uint64_t quill_nyx_node_info_encode_ext(const quill_nyx_node_info *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_node_info_encode_ext(
+    const quill_nyx_node_info *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_node_info; see @ref quill_decode. */
-int32_t quill_nyx_node_info_decode_ext(quill_nyx_node_info *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_node_info_decode_ext(
+    quill_nyx_node_info *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_node_info deeply; see @ref quill_copy. */
-int32_t quill_nyx_node_info_duplicate(quill_nyx_node_info *dst, const quill_nyx_node_info *src,
+int32_t quill_nyx_node_info_duplicate(
+    quill_nyx_node_info *dst, const quill_nyx_node_info *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_node_info owns; see @ref quill_free. */
-void quill_nyx_node_info_free_ext(quill_nyx_node_info *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_node_info_free_ext(
+    quill_nyx_node_info *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_attribute; see @ref quill_encode. */
-uint64_t quill_nyx_attribute_encode_ext(const quill_nyx_attribute *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_attribute_encode_ext(
+    const quill_nyx_attribute *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_attribute; see @ref quill_decode. */
-int32_t quill_nyx_attribute_decode_ext(quill_nyx_attribute *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_attribute_decode_ext(
+    quill_nyx_attribute *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_attribute deeply; see @ref quill_copy. */
-int32_t quill_nyx_attribute_duplicate(quill_nyx_attribute *dst, const quill_nyx_attribute *src,
+int32_t quill_nyx_attribute_duplicate(
+    quill_nyx_attribute *dst, const quill_nyx_attribute *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_attribute owns; see @ref quill_free. */
-void quill_nyx_attribute_free_ext(quill_nyx_attribute *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_attribute_free_ext(
+    quill_nyx_attribute *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_edit_ins_key; see @ref quill_encode. */
-uint64_t quill_nyx_edit_ins_key_encode_ext(const quill_nyx_edit_ins_key *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_edit_ins_key_encode_ext(
+    const quill_nyx_edit_ins_key *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_edit_ins_key; see @ref quill_decode. */
-int32_t quill_nyx_edit_ins_key_decode_ext(quill_nyx_edit_ins_key *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_edit_ins_key_decode_ext(
+    quill_nyx_edit_ins_key *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_edit_ins_key deeply; see @ref quill_copy. */
-int32_t quill_nyx_edit_ins_key_duplicate(quill_nyx_edit_ins_key *dst, const quill_nyx_edit_ins_key *src,
+int32_t quill_nyx_edit_ins_key_duplicate(
+    quill_nyx_edit_ins_key *dst, const quill_nyx_edit_ins_key *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_edit_ins_key owns; see @ref quill_free. */
-void quill_nyx_edit_ins_key_free_ext(quill_nyx_edit_ins_key *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_edit_ins_key_free_ext(
+    quill_nyx_edit_ins_key *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_edit_ins; see @ref quill_encode. */
-uint64_t quill_nyx_edit_ins_encode_ext(const quill_nyx_edit_ins *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_edit_ins_encode_ext(
+    const quill_nyx_edit_ins *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_edit_ins; see @ref quill_decode. */
-int32_t quill_nyx_edit_ins_decode_ext(quill_nyx_edit_ins *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_edit_ins_decode_ext(
+    quill_nyx_edit_ins *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_edit_ins deeply; see @ref quill_copy. */
-int32_t quill_nyx_edit_ins_duplicate(quill_nyx_edit_ins *dst, const quill_nyx_edit_ins *src,
+int32_t quill_nyx_edit_ins_duplicate(
+    quill_nyx_edit_ins *dst, const quill_nyx_edit_ins *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_edit_ins owns; see @ref quill_free. */
-void quill_nyx_edit_ins_free_ext(quill_nyx_edit_ins *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_edit_ins_free_ext(
+    quill_nyx_edit_ins *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_datatree; see @ref quill_encode. */
-uint64_t quill_nyx_datatree_encode_ext(const quill_nyx_datatree *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_datatree_encode_ext(
+    const quill_nyx_datatree *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_datatree; see @ref quill_decode. */
-int32_t quill_nyx_datatree_decode_ext(quill_nyx_datatree *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_datatree_decode_ext(
+    quill_nyx_datatree *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_datatree deeply; see @ref quill_copy. */
-int32_t quill_nyx_datatree_duplicate(quill_nyx_datatree *dst, const quill_nyx_datatree *src,
+int32_t quill_nyx_datatree_duplicate(
+    quill_nyx_datatree *dst, const quill_nyx_datatree *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_datatree owns; see @ref quill_free. */
-void quill_nyx_datatree_free_ext(quill_nyx_datatree *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_datatree_free_ext(
+    quill_nyx_datatree *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_datastore; see @ref quill_encode. */
-uint64_t quill_nyx_datastore_encode_ext(const quill_nyx_datastore *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_datastore_encode_ext(
+    const quill_nyx_datastore *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_datastore; see @ref quill_decode. */
-int32_t quill_nyx_datastore_decode_ext(quill_nyx_datastore *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_datastore_decode_ext(
+    quill_nyx_datastore *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_datastore deeply; see @ref quill_copy. */
-int32_t quill_nyx_datastore_duplicate(quill_nyx_datastore *dst, const quill_nyx_datastore *src,
+int32_t quill_nyx_datastore_duplicate(
+    quill_nyx_datastore *dst, const quill_nyx_datastore *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_datastore owns; see @ref quill_free. */
-void quill_nyx_datastore_free_ext(quill_nyx_datastore *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_datastore_free_ext(
+    quill_nyx_datastore *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_filter; see @ref quill_encode. */
-uint64_t quill_nyx_filter_encode_ext(const quill_nyx_filter *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_filter_encode_ext(
+    const quill_nyx_filter *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_filter; see @ref quill_decode. */
-int32_t quill_nyx_filter_decode_ext(quill_nyx_filter *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_filter_decode_ext(
+    quill_nyx_filter *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_filter deeply; see @ref quill_copy. */
-int32_t quill_nyx_filter_duplicate(quill_nyx_filter *dst, const quill_nyx_filter *src,
+int32_t quill_nyx_filter_duplicate(
+    quill_nyx_filter *dst, const quill_nyx_filter *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_filter owns; see @ref quill_free. */
-void quill_nyx_filter_free_ext(quill_nyx_filter *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_filter_free_ext(
+    quill_nyx_filter *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_with_defaults; see @ref quill_encode. */
-uint64_t quill_nyx_with_defaults_encode_ext(const quill_nyx_with_defaults *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_with_defaults_encode_ext(
+    const quill_nyx_with_defaults *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_with_defaults; see @ref quill_decode. */
-int32_t quill_nyx_with_defaults_decode_ext(quill_nyx_with_defaults *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_with_defaults_decode_ext(
+    quill_nyx_with_defaults *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_with_defaults deeply; see @ref quill_copy. */
-int32_t quill_nyx_with_defaults_duplicate(quill_nyx_with_defaults *dst, const quill_nyx_with_defaults *src,
+int32_t quill_nyx_with_defaults_duplicate(
+    quill_nyx_with_defaults *dst, const quill_nyx_with_defaults *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_with_defaults owns; see @ref quill_free. */
-void quill_nyx_with_defaults_free_ext(quill_nyx_with_defaults *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_with_defaults_free_ext(
+    quill_nyx_with_defaults *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_start_session; see @ref quill_encode. */
-uint64_t quill_nyx_start_session_encode_ext(const quill_nyx_start_session *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_start_session_encode_ext(
+    const quill_nyx_start_session *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_start_session; see @ref quill_decode. */
-int32_t quill_nyx_start_session_decode_ext(quill_nyx_start_session *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_start_session_decode_ext(
+    quill_nyx_start_session *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_start_session deeply; see @ref quill_copy. */
-int32_t quill_nyx_start_session_duplicate(quill_nyx_start_session *dst, const quill_nyx_start_session *src,
+int32_t quill_nyx_start_session_duplicate(
+    quill_nyx_start_session *dst, const quill_nyx_start_session *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_start_session owns; see @ref quill_free. */
-void quill_nyx_start_session_free_ext(quill_nyx_start_session *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_start_session_free_ext(
+    quill_nyx_start_session *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_stop_session; see @ref quill_encode. */
-uint64_t quill_nyx_stop_session_encode_ext(const quill_nyx_stop_session *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_stop_session_encode_ext(
+    const quill_nyx_stop_session *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_stop_session; see @ref quill_decode. Never calls alloc, which may be null. */
-int32_t quill_nyx_stop_session_decode_ext(quill_nyx_stop_session *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_stop_session_decode_ext(
+    quill_nyx_stop_session *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_stop_session deeply; see @ref quill_copy. */
-int32_t quill_nyx_stop_session_duplicate(quill_nyx_stop_session *dst, const quill_nyx_stop_session *src,
+int32_t quill_nyx_stop_session_duplicate(
+    quill_nyx_stop_session *dst, const quill_nyx_stop_session *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_stop_session owns; see @ref quill_free. Owns nothing: does nothing. */
-void quill_nyx_stop_session_free_ext(quill_nyx_stop_session *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_stop_session_free_ext(
+    quill_nyx_stop_session *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_get_config; see @ref quill_encode. */
-uint64_t quill_nyx_get_config_encode_ext(const quill_nyx_get_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_get_config_encode_ext(
+    const quill_nyx_get_config *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_get_config; see @ref quill_decode. */
-int32_t quill_nyx_get_config_decode_ext(quill_nyx_get_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_get_config_decode_ext(
+    quill_nyx_get_config *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_get_config deeply; see @ref quill_copy. */
-int32_t quill_nyx_get_config_duplicate(quill_nyx_get_config *dst, const quill_nyx_get_config *src,
+int32_t quill_nyx_get_config_duplicate(
+    quill_nyx_get_config *dst, const quill_nyx_get_config *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_get_config owns; see @ref quill_free. */
-void quill_nyx_get_config_free_ext(quill_nyx_get_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_get_config_free_ext(
+    quill_nyx_get_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_edit_config; see @ref quill_encode. */
-uint64_t quill_nyx_edit_config_encode_ext(const quill_nyx_edit_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_edit_config_encode_ext(
+    const quill_nyx_edit_config *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_edit_config; see @ref quill_decode. */
-int32_t quill_nyx_edit_config_decode_ext(quill_nyx_edit_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_edit_config_decode_ext(
+    quill_nyx_edit_config *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_edit_config deeply; see @ref quill_copy. */
-int32_t quill_nyx_edit_config_duplicate(quill_nyx_edit_config *dst, const quill_nyx_edit_config *src,
+int32_t quill_nyx_edit_config_duplicate(
+    quill_nyx_edit_config *dst, const quill_nyx_edit_config *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_edit_config owns; see @ref quill_free. */
-void quill_nyx_edit_config_free_ext(quill_nyx_edit_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_edit_config_free_ext(
+    quill_nyx_edit_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_cli_config; see @ref quill_encode. */
-uint64_t quill_nyx_cli_config_encode_ext(const quill_nyx_cli_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_cli_config_encode_ext(
+    const quill_nyx_cli_config *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_cli_config; see @ref quill_decode. */
-int32_t quill_nyx_cli_config_decode_ext(quill_nyx_cli_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_cli_config_decode_ext(
+    quill_nyx_cli_config *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_cli_config deeply; see @ref quill_copy. */
-int32_t quill_nyx_cli_config_duplicate(quill_nyx_cli_config *dst, const quill_nyx_cli_config *src,
+int32_t quill_nyx_cli_config_duplicate(
+    quill_nyx_cli_config *dst, const quill_nyx_cli_config *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_cli_config owns; see @ref quill_free. */
-void quill_nyx_cli_config_free_ext(quill_nyx_cli_config *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_cli_config_free_ext(
+    quill_nyx_cli_config *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_validate; see @ref quill_encode. */
-uint64_t quill_nyx_validate_encode_ext(const quill_nyx_validate *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_validate_encode_ext(
+    const quill_nyx_validate *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_validate; see @ref quill_decode. */
-int32_t quill_nyx_validate_decode_ext(quill_nyx_validate *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_validate_decode_ext(
+    quill_nyx_validate *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_validate deeply; see @ref quill_copy. */
-int32_t quill_nyx_validate_duplicate(quill_nyx_validate *dst, const quill_nyx_validate *src,
+int32_t quill_nyx_validate_duplicate(
+    quill_nyx_validate *dst, const quill_nyx_validate *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_validate owns; see @ref quill_free. */
-void quill_nyx_validate_free_ext(quill_nyx_validate *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_validate_free_ext(
+    quill_nyx_validate *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_lock; see @ref quill_encode. */
-uint64_t quill_nyx_lock_encode_ext(const quill_nyx_lock *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_lock_encode_ext(
+    const quill_nyx_lock *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_lock; see @ref quill_decode. */
-int32_t quill_nyx_lock_decode_ext(quill_nyx_lock *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_lock_decode_ext(
+    quill_nyx_lock *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_lock deeply; see @ref quill_copy. */
-int32_t quill_nyx_lock_duplicate(quill_nyx_lock *dst, const quill_nyx_lock *src,
+int32_t quill_nyx_lock_duplicate(
+    quill_nyx_lock *dst, const quill_nyx_lock *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_lock owns; see @ref quill_free. */
-void quill_nyx_lock_free_ext(quill_nyx_lock *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_lock_free_ext(
+    quill_nyx_lock *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_unlock; see @ref quill_encode. */
-uint64_t quill_nyx_unlock_encode_ext(const quill_nyx_unlock *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_unlock_encode_ext(
+    const quill_nyx_unlock *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_unlock; see @ref quill_decode. */
-int32_t quill_nyx_unlock_decode_ext(quill_nyx_unlock *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_unlock_decode_ext(
+    quill_nyx_unlock *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_unlock deeply; see @ref quill_copy. */
-int32_t quill_nyx_unlock_duplicate(quill_nyx_unlock *dst, const quill_nyx_unlock *src,
+int32_t quill_nyx_unlock_duplicate(
+    quill_nyx_unlock *dst, const quill_nyx_unlock *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_unlock owns; see @ref quill_free. */
-void quill_nyx_unlock_free_ext(quill_nyx_unlock *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_unlock_free_ext(
+    quill_nyx_unlock *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_commit; see @ref quill_encode. */
-uint64_t quill_nyx_commit_encode_ext(const quill_nyx_commit *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_commit_encode_ext(
+    const quill_nyx_commit *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_commit; see @ref quill_decode. */
-int32_t quill_nyx_commit_decode_ext(quill_nyx_commit *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_commit_decode_ext(
+    quill_nyx_commit *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_commit deeply; see @ref quill_copy. */
-int32_t quill_nyx_commit_duplicate(quill_nyx_commit *dst, const quill_nyx_commit *src,
+int32_t quill_nyx_commit_duplicate(
+    quill_nyx_commit *dst, const quill_nyx_commit *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_commit owns; see @ref quill_free. */
-void quill_nyx_commit_free_ext(quill_nyx_commit *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_commit_free_ext(
+    quill_nyx_commit *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_cancel_commit; see @ref quill_encode. */
-uint64_t quill_nyx_cancel_commit_encode_ext(const quill_nyx_cancel_commit *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_cancel_commit_encode_ext(
+    const quill_nyx_cancel_commit *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_cancel_commit; see @ref quill_decode. */
-int32_t quill_nyx_cancel_commit_decode_ext(quill_nyx_cancel_commit *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_cancel_commit_decode_ext(
+    quill_nyx_cancel_commit *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_cancel_commit deeply; see @ref quill_copy. */
-int32_t quill_nyx_cancel_commit_duplicate(quill_nyx_cancel_commit *dst, const quill_nyx_cancel_commit *src,
+int32_t quill_nyx_cancel_commit_duplicate(
+    quill_nyx_cancel_commit *dst, const quill_nyx_cancel_commit *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_cancel_commit owns; see @ref quill_free. */
-void quill_nyx_cancel_commit_free_ext(quill_nyx_cancel_commit *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_cancel_commit_free_ext(
+    quill_nyx_cancel_commit *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_discard_changes; see @ref quill_encode. */
-uint64_t quill_nyx_discard_changes_encode_ext(const quill_nyx_discard_changes *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_discard_changes_encode_ext(
+    const quill_nyx_discard_changes *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
-/** Decodes a quill_nyx_discard_changes; see @ref quill_decode. Never calls alloc, which may be null. There is nothing to reset: any well-formed input is skipped. */
-int32_t quill_nyx_discard_changes_decode_ext(quill_nyx_discard_changes *record, const uint8_t *buf, uint64_t len,
+/** Decodes a quill_nyx_discard_changes; see @ref quill_decode. Never calls alloc, which may be null.
+ *  There is nothing to reset: any well-formed input is skipped. */
+int32_t quill_nyx_discard_changes_decode_ext(
+    quill_nyx_discard_changes *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_discard_changes deeply; see @ref quill_copy. */
-int32_t quill_nyx_discard_changes_duplicate(quill_nyx_discard_changes *dst, const quill_nyx_discard_changes *src,
+int32_t quill_nyx_discard_changes_duplicate(
+    quill_nyx_discard_changes *dst, const quill_nyx_discard_changes *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_discard_changes owns; see @ref quill_free. Owns nothing: does nothing. */
-void quill_nyx_discard_changes_free_ext(quill_nyx_discard_changes *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_discard_changes_free_ext(
+    quill_nyx_discard_changes *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_copy_config; see @ref quill_encode. */
-uint64_t quill_nyx_copy_config_encode_ext(const quill_nyx_copy_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_copy_config_encode_ext(
+    const quill_nyx_copy_config *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_copy_config; see @ref quill_decode. */
-int32_t quill_nyx_copy_config_decode_ext(quill_nyx_copy_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_copy_config_decode_ext(
+    quill_nyx_copy_config *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_copy_config deeply; see @ref quill_copy. */
-int32_t quill_nyx_copy_config_duplicate(quill_nyx_copy_config *dst, const quill_nyx_copy_config *src,
+int32_t quill_nyx_copy_config_duplicate(
+    quill_nyx_copy_config *dst, const quill_nyx_copy_config *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_copy_config owns; see @ref quill_free. */
-void quill_nyx_copy_config_free_ext(quill_nyx_copy_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_copy_config_free_ext(
+    quill_nyx_copy_config *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_delete_config; see @ref quill_encode. */
-uint64_t quill_nyx_delete_config_encode_ext(const quill_nyx_delete_config *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_delete_config_encode_ext(
+    const quill_nyx_delete_config *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_delete_config; see @ref quill_decode. */
-int32_t quill_nyx_delete_config_decode_ext(quill_nyx_delete_config *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_delete_config_decode_ext(
+    quill_nyx_delete_config *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_delete_config deeply; see @ref quill_copy. */
-int32_t quill_nyx_delete_config_duplicate(quill_nyx_delete_config *dst, const quill_nyx_delete_config *src,
+int32_t quill_nyx_delete_config_duplicate(
+    quill_nyx_delete_config *dst, const quill_nyx_delete_config *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_delete_config owns; see @ref quill_free. */
-void quill_nyx_delete_config_free_ext(quill_nyx_delete_config *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_delete_config_free_ext(
+    quill_nyx_delete_config *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_get; see @ref quill_encode. */
-uint64_t quill_nyx_get_encode_ext(const quill_nyx_get *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_get_encode_ext(
+    const quill_nyx_get *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_get; see @ref quill_decode. */
-int32_t quill_nyx_get_decode_ext(quill_nyx_get *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_get_decode_ext(
+    quill_nyx_get *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_get deeply; see @ref quill_copy. */
-int32_t quill_nyx_get_duplicate(quill_nyx_get *dst, const quill_nyx_get *src,
+int32_t quill_nyx_get_duplicate(
+    quill_nyx_get *dst, const quill_nyx_get *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_get owns; see @ref quill_free. */
-void quill_nyx_get_free_ext(quill_nyx_get *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_get_free_ext(
+    quill_nyx_get *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_mdt_yang_resolve; see @ref quill_encode. */
-uint64_t quill_nyx_mdt_yang_resolve_encode_ext(const quill_nyx_mdt_yang_resolve *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_mdt_yang_resolve_encode_ext(
+    const quill_nyx_mdt_yang_resolve *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_mdt_yang_resolve; see @ref quill_decode. Never calls alloc, which may be null. */
-int32_t quill_nyx_mdt_yang_resolve_decode_ext(quill_nyx_mdt_yang_resolve *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_mdt_yang_resolve_decode_ext(
+    quill_nyx_mdt_yang_resolve *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_mdt_yang_resolve deeply; see @ref quill_copy. */
-int32_t quill_nyx_mdt_yang_resolve_duplicate(quill_nyx_mdt_yang_resolve *dst, const quill_nyx_mdt_yang_resolve *src,
+int32_t quill_nyx_mdt_yang_resolve_duplicate(
+    quill_nyx_mdt_yang_resolve *dst, const quill_nyx_mdt_yang_resolve *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_mdt_yang_resolve owns; see @ref quill_free. Owns nothing: does nothing. */
-void quill_nyx_mdt_yang_resolve_free_ext(quill_nyx_mdt_yang_resolve *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_mdt_yang_resolve_free_ext(
+    quill_nyx_mdt_yang_resolve *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_cli_show; see @ref quill_encode. */
-uint64_t quill_nyx_cli_show_encode_ext(const quill_nyx_cli_show *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_cli_show_encode_ext(
+    const quill_nyx_cli_show *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_cli_show; see @ref quill_decode. */
-int32_t quill_nyx_cli_show_decode_ext(quill_nyx_cli_show *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_cli_show_decode_ext(
+    quill_nyx_cli_show *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_cli_show deeply; see @ref quill_copy. */
-int32_t quill_nyx_cli_show_duplicate(quill_nyx_cli_show *dst, const quill_nyx_cli_show *src,
+int32_t quill_nyx_cli_show_duplicate(
+    quill_nyx_cli_show *dst, const quill_nyx_cli_show *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_cli_show owns; see @ref quill_free. */
-void quill_nyx_cli_show_free_ext(quill_nyx_cli_show *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_cli_show_free_ext(
+    quill_nyx_cli_show *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_create_subscription; see @ref quill_encode. */
-uint64_t quill_nyx_create_subscription_encode_ext(const quill_nyx_create_subscription *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_create_subscription_encode_ext(
+    const quill_nyx_create_subscription *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_create_subscription; see @ref quill_decode. */
-int32_t quill_nyx_create_subscription_decode_ext(quill_nyx_create_subscription *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_create_subscription_decode_ext(
+    quill_nyx_create_subscription *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_create_subscription deeply; see @ref quill_copy. */
-int32_t quill_nyx_create_subscription_duplicate(quill_nyx_create_subscription *dst, const quill_nyx_create_subscription *src,
+int32_t quill_nyx_create_subscription_duplicate(
+    quill_nyx_create_subscription *dst, const quill_nyx_create_subscription *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_create_subscription owns; see @ref quill_free. */
-void quill_nyx_create_subscription_free_ext(quill_nyx_create_subscription *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_create_subscription_free_ext(
+    quill_nyx_create_subscription *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_invoke_rpc; see @ref quill_encode. */
-uint64_t quill_nyx_invoke_rpc_encode_ext(const quill_nyx_invoke_rpc *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_invoke_rpc_encode_ext(
+    const quill_nyx_invoke_rpc *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_invoke_rpc; see @ref quill_decode. */
-int32_t quill_nyx_invoke_rpc_decode_ext(quill_nyx_invoke_rpc *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_invoke_rpc_decode_ext(
+    quill_nyx_invoke_rpc *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_invoke_rpc deeply; see @ref quill_copy. */
-int32_t quill_nyx_invoke_rpc_duplicate(quill_nyx_invoke_rpc *dst, const quill_nyx_invoke_rpc *src,
+int32_t quill_nyx_invoke_rpc_duplicate(
+    quill_nyx_invoke_rpc *dst, const quill_nyx_invoke_rpc *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_invoke_rpc owns; see @ref quill_free. */
-void quill_nyx_invoke_rpc_free_ext(quill_nyx_invoke_rpc *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_invoke_rpc_free_ext(
+    quill_nyx_invoke_rpc *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_notification; see @ref quill_encode. */
-uint64_t quill_nyx_notification_encode_ext(const quill_nyx_notification *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_notification_encode_ext(
+    const quill_nyx_notification *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_notification; see @ref quill_decode. */
-int32_t quill_nyx_notification_decode_ext(quill_nyx_notification *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_notification_decode_ext(
+    quill_nyx_notification *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_notification deeply; see @ref quill_copy. */
-int32_t quill_nyx_notification_duplicate(quill_nyx_notification *dst, const quill_nyx_notification *src,
+int32_t quill_nyx_notification_duplicate(
+    quill_nyx_notification *dst, const quill_nyx_notification *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_notification owns; see @ref quill_free. */
-void quill_nyx_notification_free_ext(quill_nyx_notification *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_notification_free_ext(
+    quill_nyx_notification *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_notification_internal; see @ref quill_encode. */
-uint64_t quill_nyx_notification_internal_encode_ext(const quill_nyx_notification_internal *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_notification_internal_encode_ext(
+    const quill_nyx_notification_internal *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_notification_internal; see @ref quill_decode. Never calls alloc, which may be null. */
-int32_t quill_nyx_notification_internal_decode_ext(quill_nyx_notification_internal *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_notification_internal_decode_ext(
+    quill_nyx_notification_internal *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_notification_internal deeply; see @ref quill_copy. */
-int32_t quill_nyx_notification_internal_duplicate(quill_nyx_notification_internal *dst, const quill_nyx_notification_internal *src,
+int32_t quill_nyx_notification_internal_duplicate(
+    quill_nyx_notification_internal *dst, const quill_nyx_notification_internal *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_notification_internal owns; see @ref quill_free. Owns nothing: does nothing. */
-void quill_nyx_notification_internal_free_ext(quill_nyx_notification_internal *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_notification_internal_free_ext(
+    quill_nyx_notification_internal *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_notification_stream; see @ref quill_encode. */
-uint64_t quill_nyx_notification_stream_encode_ext(const quill_nyx_notification_stream *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_notification_stream_encode_ext(
+    const quill_nyx_notification_stream *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_notification_stream; see @ref quill_decode. */
-int32_t quill_nyx_notification_stream_decode_ext(quill_nyx_notification_stream *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_notification_stream_decode_ext(
+    quill_nyx_notification_stream *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_notification_stream deeply; see @ref quill_copy. */
-int32_t quill_nyx_notification_stream_duplicate(quill_nyx_notification_stream *dst, const quill_nyx_notification_stream *src,
+int32_t quill_nyx_notification_stream_duplicate(
+    quill_nyx_notification_stream *dst, const quill_nyx_notification_stream *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_notification_stream owns; see @ref quill_free. */
-void quill_nyx_notification_stream_free_ext(quill_nyx_notification_stream *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_notification_stream_free_ext(
+    quill_nyx_notification_stream *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_logging_set; see @ref quill_encode. */
-uint64_t quill_nyx_logging_set_encode_ext(const quill_nyx_logging_set *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_logging_set_encode_ext(
+    const quill_nyx_logging_set *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_logging_set; see @ref quill_decode. Never calls alloc, which may be null. */
-int32_t quill_nyx_logging_set_decode_ext(quill_nyx_logging_set *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_logging_set_decode_ext(
+    quill_nyx_logging_set *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_logging_set deeply; see @ref quill_copy. */
-int32_t quill_nyx_logging_set_duplicate(quill_nyx_logging_set *dst, const quill_nyx_logging_set *src,
+int32_t quill_nyx_logging_set_duplicate(
+    quill_nyx_logging_set *dst, const quill_nyx_logging_set *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_logging_set owns; see @ref quill_free. Owns nothing: does nothing. */
-void quill_nyx_logging_set_free_ext(quill_nyx_logging_set *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_logging_set_free_ext(
+    quill_nyx_logging_set *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_settings_set; see @ref quill_encode. */
-uint64_t quill_nyx_settings_set_encode_ext(const quill_nyx_settings_set *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_settings_set_encode_ext(
+    const quill_nyx_settings_set *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_settings_set; see @ref quill_decode. Never calls alloc, which may be null. */
-int32_t quill_nyx_settings_set_decode_ext(quill_nyx_settings_set *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_settings_set_decode_ext(
+    quill_nyx_settings_set *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_settings_set deeply; see @ref quill_copy. */
-int32_t quill_nyx_settings_set_duplicate(quill_nyx_settings_set *dst, const quill_nyx_settings_set *src,
+int32_t quill_nyx_settings_set_duplicate(
+    quill_nyx_settings_set *dst, const quill_nyx_settings_set *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_settings_set owns; see @ref quill_free. Owns nothing: does nothing. */
-void quill_nyx_settings_set_free_ext(quill_nyx_settings_set *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_settings_set_free_ext(
+    quill_nyx_settings_set *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_schema; see @ref quill_encode. */
-uint64_t quill_nyx_schema_encode_ext(const quill_nyx_schema *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_schema_encode_ext(
+    const quill_nyx_schema *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_schema; see @ref quill_decode. */
-int32_t quill_nyx_schema_decode_ext(quill_nyx_schema *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_schema_decode_ext(
+    quill_nyx_schema *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_schema deeply; see @ref quill_copy. */
-int32_t quill_nyx_schema_duplicate(quill_nyx_schema *dst, const quill_nyx_schema *src,
+int32_t quill_nyx_schema_duplicate(
+    quill_nyx_schema *dst, const quill_nyx_schema *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_schema owns; see @ref quill_free. */
-void quill_nyx_schema_free_ext(quill_nyx_schema *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_schema_free_ext(
+    quill_nyx_schema *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_schemas_list; see @ref quill_encode. */
-uint64_t quill_nyx_schemas_list_encode_ext(const quill_nyx_schemas_list *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_schemas_list_encode_ext(
+    const quill_nyx_schemas_list *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
-/** Decodes a quill_nyx_schemas_list; see @ref quill_decode. Never calls alloc, which may be null. There is nothing to reset: any well-formed input is skipped. */
-int32_t quill_nyx_schemas_list_decode_ext(quill_nyx_schemas_list *record, const uint8_t *buf, uint64_t len,
+/** Decodes a quill_nyx_schemas_list; see @ref quill_decode. Never calls alloc, which may be null.
+ *  There is nothing to reset: any well-formed input is skipped. */
+int32_t quill_nyx_schemas_list_decode_ext(
+    quill_nyx_schemas_list *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_schemas_list deeply; see @ref quill_copy. */
-int32_t quill_nyx_schemas_list_duplicate(quill_nyx_schemas_list *dst, const quill_nyx_schemas_list *src,
+int32_t quill_nyx_schemas_list_duplicate(
+    quill_nyx_schemas_list *dst, const quill_nyx_schemas_list *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_schemas_list owns; see @ref quill_free. Owns nothing: does nothing. */
-void quill_nyx_schemas_list_free_ext(quill_nyx_schemas_list *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_schemas_list_free_ext(
+    quill_nyx_schemas_list *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_request; see @ref quill_encode. */
-uint64_t quill_nyx_request_encode_ext(const quill_nyx_request *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_request_encode_ext(
+    const quill_nyx_request *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_request; see @ref quill_decode. */
-int32_t quill_nyx_request_decode_ext(quill_nyx_request *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_request_decode_ext(
+    quill_nyx_request *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_request deeply; see @ref quill_copy. */
-int32_t quill_nyx_request_duplicate(quill_nyx_request *dst, const quill_nyx_request *src,
+int32_t quill_nyx_request_duplicate(
+    quill_nyx_request *dst, const quill_nyx_request *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_request owns; see @ref quill_free. */
-void quill_nyx_request_free_ext(quill_nyx_request *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_request_free_ext(
+    quill_nyx_request *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_error_message; see @ref quill_encode. */
-uint64_t quill_nyx_error_message_encode_ext(const quill_nyx_error_message *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_error_message_encode_ext(
+    const quill_nyx_error_message *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count);
 /** Decodes a quill_nyx_error_message; see @ref quill_decode. */
-int32_t quill_nyx_error_message_decode_ext(quill_nyx_error_message *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_error_message_decode_ext(
+    quill_nyx_error_message *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx);
 /** Copies a quill_nyx_error_message deeply; see @ref quill_copy. */
-int32_t quill_nyx_error_message_duplicate(quill_nyx_error_message *dst, const quill_nyx_error_message *src,
+int32_t quill_nyx_error_message_duplicate(
+    quill_nyx_error_message *dst, const quill_nyx_error_message *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_error_message owns; see @ref quill_free. */
-void quill_nyx_error_message_free_ext(quill_nyx_error_message *record, quill_free_fn free_fn, void *free_ctx);
+void quill_nyx_error_message_free_ext(
+    quill_nyx_error_message *record, quill_free_fn free_fn, void *free_ctx);
 
 /** Encodes a quill_nyx_error; see @ref quill_encode. */
-uint64_t quill_nyx_error_encode_ext(const quill_nyx_error *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_error_encode_ext(
+    const quill_nyx_error *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_error; see @ref quill_decode. */
-int32_t quill_nyx_error_decode_ext(quill_nyx_error *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_error_decode_ext(
+    quill_nyx_error *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_error deeply; see @ref quill_copy. */
-int32_t quill_nyx_error_duplicate(quill_nyx_error *dst, const quill_nyx_error *src,
+int32_t quill_nyx_error_duplicate(
+    quill_nyx_error *dst, const quill_nyx_error *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_error owns; see @ref quill_free. */
-void quill_nyx_error_free_ext(quill_nyx_error *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_error_free_ext(
+    quill_nyx_error *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_request_result; see @ref quill_encode. */
-uint64_t quill_nyx_request_result_encode_ext(const quill_nyx_request_result *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_request_result_encode_ext(
+    const quill_nyx_request_result *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_request_result; see @ref quill_decode. */
-int32_t quill_nyx_request_result_decode_ext(quill_nyx_request_result *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_request_result_decode_ext(
+    quill_nyx_request_result *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_request_result deeply; see @ref quill_copy. */
-int32_t quill_nyx_request_result_duplicate(quill_nyx_request_result *dst, const quill_nyx_request_result *src,
+int32_t quill_nyx_request_result_duplicate(
+    quill_nyx_request_result *dst, const quill_nyx_request_result *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_request_result owns; see @ref quill_free. */
-void quill_nyx_request_result_free_ext(quill_nyx_request_result *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_request_result_free_ext(
+    quill_nyx_request_result *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 /** Encodes a quill_nyx_response; see @ref quill_encode. */
-uint64_t quill_nyx_response_encode_ext(const quill_nyx_response *record, uint8_t *buffer, uint64_t buffer_length,
+uint64_t quill_nyx_response_encode_ext(
+    const quill_nyx_response *record, uint8_t *buffer, uint64_t buffer_length,
     quill_segment *segments, uint32_t *segment_count, uint32_t pass_through);
 /** Decodes a quill_nyx_response; see @ref quill_decode. */
-int32_t quill_nyx_response_decode_ext(quill_nyx_response *record, const uint8_t *buf, uint64_t len,
+int32_t quill_nyx_response_decode_ext(
+    quill_nyx_response *record, const uint8_t *buf, uint64_t len,
     quill_alloc_fn alloc, void *alloc_ctx, uint32_t nest_arg);
 /** Copies a quill_nyx_response deeply; see @ref quill_copy. */
-int32_t quill_nyx_response_duplicate(quill_nyx_response *dst, const quill_nyx_response *src,
+int32_t quill_nyx_response_duplicate(
+    quill_nyx_response *dst, const quill_nyx_response *src,
     quill_alloc_fn alloc_fn, void *alloc_ctx);
 /** Releases what a quill_nyx_response owns; see @ref quill_free. */
-void quill_nyx_response_free_ext(quill_nyx_response *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
+void quill_nyx_response_free_ext(
+    quill_nyx_response *record, quill_free_fn free_fn, void *free_ctx, uint32_t nest_arg);
 
 #pragma GCC visibility pop
 

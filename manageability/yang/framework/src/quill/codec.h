@@ -4,10 +4,16 @@
 //   members, presence_offset      how many members, and where their presence bits begin
 //   zero_reset                    a reset record is all zeros
 //   is_member(field)              whether a field number is one of the record's
-//   is_blank, size, write, decode, clear, copy, release
+//   bit                           the presence bit of each member
+//   occupied                      whether a presence bit is set at any inline depth: otherwise it encodes to nothing
+//   has_spare_bits, keep_spare_bits, set_defaults
+//                                 what a reset leaves, and the reset values that are not zero
+//   size, write, decode, copy, release
 // as short lists of calls to the rules of encode.h, decode.h and lifetime.h, one line a member.
 #ifndef QUILL_CODEC_H
 #define QUILL_CODEC_H
+
+#include <emmintrin.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -28,7 +34,13 @@ inline constexpr uint32_t wire_fixed64 = 1;
 inline constexpr uint32_t wire_bytes = 2;
 inline constexpr uint32_t wire_fixed32 = 5;
 
-constexpr uint32_t tag_of(uint32_t field, uint32_t wire_type) { return field << 3U | wire_type; }
+// Levels of a record that holds itself which share a frame. Deep trees wait for their returns, which the processor
+// predicts for a few calls only: every call saved counts.
+inline constexpr int levels_in_a_frame = 3;
+
+constexpr uint32_t tag_of(uint32_t field, uint32_t wire_type) {
+    return field << 3U | wire_type;
+}
 
 // Presence bits: bit k, counted from the lowest bit of the first byte, belongs to member k. The bits of the last byte
 // that belong to no member are the caller's and are never changed.
@@ -45,20 +57,28 @@ struct presence {
                    : static_cast<uint8_t>((1U << codec<Record>::members % 8) - 1);
     }
 
+    static constexpr uint32_t all = static_cast<uint32_t>((uint64_t{1} << codec<Record>::members) - 1);
+
     static const uint8_t *of(const Record *record) { return reinterpret_cast<const uint8_t *>(record) + offset; }
     static uint8_t *of(Record *record) { return reinterpret_cast<uint8_t *>(record) + offset; }
 
-    static QUILL_INLINE bool none(const Record *record) {
-        uint32_t any = 0;
-        for (std::size_t k = 0; k < bytes; ++k) {
-            any |= of(record)[k] & mask(k);
-        }
-        return any == 0;
+    // The presence bits of the members in one number, bit k for member k.
+    static QUILL_INLINE uint32_t bits(const Record *record) {
+        static_assert(bytes <= sizeof(uint32_t));
+        uint32_t bits = 0;
+        std::memcpy(&bits, of(record), bytes);
+        bits &= all;
+        return bits;
     }
 
-    static QUILL_INLINE void clear(Record *record) {
+    static QUILL_INLINE bool has_spare(const Record *record) {
+        return static_cast<uint8_t>(of(record)[bytes - 1] & ~mask(bytes - 1)) != 0;
+    }
+
+    // The spare bits in the image of a record.
+    static constexpr void keep_spare_bits(uint8_t *image) {
         for (std::size_t k = 0; k < bytes; ++k) {
-            of(record)[k] = static_cast<uint8_t>(of(record)[k] & ~mask(k));
+            image[offset + k] = static_cast<uint8_t>(~mask(k));
         }
     }
 
@@ -69,17 +89,65 @@ struct presence {
     }
 };
 
+// Zeroes a record: a small one with plain stores, a large one by the C library. GCC would make a slow string
+// instruction of either if it knew the size and saw a memset.
 template <class Record>
-QUILL_INLINE void clear_record(Record *record) {
-    codec<Record>::clear(record);
+QUILL_INLINE void zero_record(Record *record) {
+    std::size_t left = sizeof(Record);
+    auto *at = reinterpret_cast<uint8_t *>(record);
+    if constexpr (sizeof(Record) > 256) {
+        __asm__("" : "+r"(left));
+        std::memset(at, 0, left);
+        return;
+    }
+    for (; left >= sizeof(__m128i); left -= sizeof(__m128i), at += sizeof(__m128i)) {
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(at), _mm_setzero_si128());
+    }
+    for (; left != 0; --left) {
+        *at++ = 0;
+    }
+}
+
+// What a reset leaves of a record: the presence bits that belong to no member, at any inline depth.
+template <class Record>
+struct kept_bits {
+    uint8_t image[sizeof(Record)] = {};
+
+    constexpr kept_bits() { codec<Record>::keep_spare_bits(image); }
+};
+
+template <class Record>
+inline constexpr kept_bits<Record> kept_bits_of;
+
+template <class Record>
+QUILL_NOINLINE void zero_around_spare_bits(Record *record) {
+    auto *at = reinterpret_cast<uint8_t *>(record);
+    for (std::size_t i = 0; i < sizeof(Record); ++i) {
+        at[i] &= kept_bits_of<Record>.image[i];
+    }
+}
+
+// Resets a record of any state: everything but the spare presence bits becomes zero, then the members that have other
+// reset values get them. Most records come with their spare bits clear: then they need not be stepped around.
+template <class Record>
+QUILL_NOINLINE void reset_record(Record *record) {
+    if (codec<Record>::has_spare_bits(record)) {
+        zero_around_spare_bits(record);
+    } else {
+        zero_record(record);
+    }
+    codec<Record>::set_defaults(record);
 }
 
 // memcpy for the short texts that messages are made of: two overlapping moves instead of a call.
 QUILL_INLINE void copy_bytes(void *to, const void *from, uint64_t length) {
     auto *dst = static_cast<uint8_t *>(to);
     const auto *src = static_cast<const uint8_t *>(from);
-    if (length > 32) {
+    if (length > 64) {
         std::memcpy(dst, src, length);
+    } else if (length > 32) {
+        std::memcpy(dst, src, 32);
+        std::memcpy(dst + length - 32, src + length - 32, 32);
     } else if (length >= 16) {
         std::memcpy(dst, src, 16);
         std::memcpy(dst + length - 16, src + length - 16, 16);

@@ -43,13 +43,19 @@ QUILL_NOINLINE inline varint read_long_varint(const uint8_t *at, const uint8_t *
     return {nullptr, 0};
 }
 
-// The low 32 bits of a varint. With a null output the position is only advanced.
+// The low 32 bits of a varint. With a null output the position is only advanced. Nearly all are of one or two bytes.
 QUILL_INLINE const uint8_t *quill_read_varint32(uint32_t *value, const uint8_t *at, const uint8_t *end, decoding &in) {
     if (at != end && *at < 0x80) {
         if (value != nullptr) {
             *value = *at;
         }
         return at + 1;
+    }
+    if (end - at >= 2 && at[1] < 0x80) {
+        if (value != nullptr) {
+            *value = (at[0] & 0x7FU) | static_cast<uint32_t>(at[1]) << 7U;
+        }
+        return at + 2;
     }
     const varint read = read_long_varint<5>(at, end);
     if (read.next == nullptr) {
@@ -175,7 +181,7 @@ QUILL_INLINE const uint8_t *decode_record(bool occurred, Record *member, const u
         return nullptr;
     }
     if (occurred) {
-        codec<Record>::clear(member);
+        reset_record(member);
     }
     return codec<Record>::decode(member, at, at + length, in);
 }
@@ -267,17 +273,24 @@ QUILL_NOINLINE inline const uint8_t *decode_numbers(uint32_t field, uint32_t **a
     return at;
 }
 
+// The elements are zeroed one by one, each just before it is filled, while it is in reach anyway; what a failure leaves
+// behind is zeroed like the rest of the array.
 template <class Record>
 QUILL_INLINE const uint8_t *decode_records(uint32_t field, Record **array, uint32_t *count, const uint8_t *at,
                                            const uint8_t *end, decoding &in) {
     if (!start_run<wire_bytes>(field, array, count, at, end, in)) {
         return nullptr;
     }
-    std::memset(static_cast<void *>(*array), 0, uint64_t{*count} * sizeof(Record));
-    for (uint32_t i = 0; i < *count; ++i) {
-        at = pass_tag(i, at, end, in);
-        at = at != nullptr ? decode_record(!codec<Record>::zero_reset, *array + i, at, end, in) : nullptr;
+    Record *element = *array;
+    for (uint32_t left = *count; left != 0; --left, ++element) {
+        zero_record(element);
+        if constexpr (!codec<Record>::zero_reset) {
+            codec<Record>::set_defaults(element);
+        }
+        at = element == *array ? at : quill_read_varint32(nullptr, at, end, in);
+        at = at != nullptr ? decode_record(false, element, at, end, in) : nullptr;
         if (at == nullptr) {
+            std::memset(static_cast<void *>(element + 1), 0, uint64_t{left - 1} * sizeof(Record));
             return nullptr;
         }
     }
@@ -287,7 +300,9 @@ QUILL_INLINE const uint8_t *decode_records(uint32_t field, Record **array, uint3
 template <class Record>
 int32_t decode(Record *record, const uint8_t *buf, uint64_t len, quill_alloc_fn alloc, void *alloc_ctx) {
     decoding in = {alloc, alloc_ctx, 0};
-    codec<Record>::clear(record);
+    if constexpr (codec<Record>::members != 0) {
+        reset_record(record);
+    }
     codec<Record>::decode(record, buf, buf + len, in);
     return in.result;
 }

@@ -10,7 +10,13 @@
 
 namespace quill {
 
-constexpr uint64_t varint_size(uint64_t value) {
+QUILL_INLINE constexpr uint64_t varint_size(uint64_t value) {
+    if (__builtin_expect(value < 0x80, 1)) {  // nearly every tag, length and number
+        return 1;
+    }
+    if (value < 0x4000) {
+        return 2;
+    }
     const auto highest_bit = static_cast<uint32_t>(63 - __builtin_clzll(value | 1));
     return (highest_bit * 9 + 73) / 64;
 }
@@ -21,19 +27,28 @@ inline constexpr uint64_t tag_size = varint_size(tag_of(Field, wire_bytes));
 // The size pass of a caller that only asks for the size.
 struct measuring {
     static uint64_t length_of(const char *text) { return std::strlen(text); }
+    static void remember(uint64_t /*finding*/) {}
     static uint64_t leave(uint64_t size) { return size; }
 };
 
-// The size pass of a caller that goes on to write: counts the segments and remembers what strlen said of the first
-// texts, which spares small messages the second strlen.
+// The size pass of a caller that goes on to write: counts the segments and remembers its first findings (what strlen
+// said of a text, which members of a wide record are worth a look), which the writing pass then need not make again.
+// The writers are made of it and take the findings back from the last to the first.
 class preparing {
   public:
-    uint64_t length_of(const char *text) {
-        const uint64_t length = std::strlen(text);
-        if (texts_ < capacity) {
-            lengths_[texts_] = length < too_long ? static_cast<uint32_t>(length) : too_long;
+    // Only what was remembered is recalled; GCC cannot see that where it inlines both passes of a small record.
+    preparing() { findings_[0] = 0; }
+
+    QUILL_INLINE void remember(uint64_t finding) {
+        if (count_ < remembered) {
+            findings_[count_] = finding;
         }
-        ++texts_;
+        ++count_;
+    }
+
+    QUILL_INLINE uint64_t length_of(const char *text) {
+        const uint64_t length = std::strlen(text);
+        remember(length);
         return length;
     }
 
@@ -42,39 +57,45 @@ class preparing {
         return size;
     }
 
-    // Takes the lengths back, from the last text to the first.
-    uint64_t length_again(const char *text) {
-        --texts_;
-        if (texts_ < capacity && lengths_[texts_] != too_long) {
-            return lengths_[texts_];
-        }
-        return std::strlen(text);
+    // What was not remembered is said by `unknown`.
+    QUILL_INLINE uint64_t recall(uint64_t unknown) {
+        --count_;
+        return count_ < remembered ? findings_[count_] : unknown;
+    }
+
+  protected:
+    QUILL_INLINE uint64_t length_again(const char *text) {
+        --count_;
+        return count_ < remembered ? findings_[count_] : std::strlen(text);
     }
 
     [[nodiscard]] uint32_t segments() const { return segments_; }
 
   private:
-    static constexpr uint64_t capacity = 1024;
-    static constexpr uint32_t too_long = UINT32_MAX;
+    static constexpr uint64_t remembered = 2048;
 
-    uint64_t texts_ = 0;
+    uint64_t count_ = 0;
     uint32_t segments_ = 0;
-    uint32_t lengths_[capacity];
+    uint64_t findings_[remembered];
 };
 
 // Writes a message that fits its buffer. A position is where the byte written last lies.
-class direct_writer {
+class direct_writer : public preparing {
   public:
     using position = uint8_t *;
     struct mark {};
 
-    explicit direct_writer(preparing &lengths) : lengths_(lengths) {}
-
-    uint64_t length_of(const char *text) { return lengths_.length_again(text); }
+    QUILL_INLINE uint64_t length_of(const char *text) { return length_again(text); }
 
     static QUILL_INLINE position varint(uint64_t value, position at) {
         if (value < 0x80) {
             *--at = static_cast<uint8_t>(value);
+            return at;
+        }
+        if (value < 0x4000) {
+            at -= 2;
+            at[0] = static_cast<uint8_t>(value | 0x80U);
+            at[1] = static_cast<uint8_t>(value >> 7U);
             return at;
         }
         at -= varint_size(value);
@@ -94,27 +115,22 @@ class direct_writer {
 
     static mark enter() { return {}; }
     static position leave(mark /*mark*/, position at, position /*end*/) { return at; }
-
-  private:
-    preparing &lengths_;
 };
 
 // Writes a message that is cut at the buffer's end, or that collects its segments, or both. A position is a distance
 // from the message's start.
-class guarded_writer {
+class guarded_writer : public preparing {
   public:
     using position = uint64_t;
     using mark = uint32_t;
 
-    guarded_writer(preparing &lengths, uint8_t *buffer, uint64_t limit, quill_segment *segments, uint32_t capacity)
-        : lengths_(lengths),
-          buffer_(buffer),
-          limit_(limit),
-          segments_(segments),
-          capacity_(capacity),
-          next_(lengths.segments()) {}
+    guarded_writer(uint8_t *buffer, uint64_t limit, quill_segment *segments, uint32_t capacity)
+        : buffer_(buffer), limit_(limit), segments_(segments), capacity_(capacity) {}
 
-    uint64_t length_of(const char *text) { return lengths_.length_again(text); }
+    // Between the size pass and the writing pass.
+    uint32_t start() { return next_ = segments(); }
+
+    QUILL_INLINE uint64_t length_of(const char *text) { return length_again(text); }
 
     position varint(uint64_t value, position at) {
         at -= varint_size(value);
@@ -156,17 +172,17 @@ class guarded_writer {
     }
 
     // Only the whole message starts at 0; it is reported at the buffer as the caller passed it.
-    [[nodiscard]] const uint8_t *start_of(position at) const {
-        return at == 0 || at < limit_ ? buffer_ + at : nullptr;
-    }
+    [[nodiscard]] const uint8_t *start_of(position at) const { return at == 0 || at < limit_ ? buffer_ + at : nullptr; }
 
-    preparing &lengths_;
     uint8_t *buffer_;
     uint64_t limit_;
     quill_segment *segments_;
     uint32_t capacity_;
-    uint32_t next_;
+    uint32_t next_ = 0;
 };
+
+template <class Writer>
+using position_in = typename Writer::position;
 
 // Size rules: what a member adds. Integers are asked only when they are present.
 
@@ -209,41 +225,54 @@ constexpr uint64_t size_prefixed(uint64_t size) {
 
 template <uint32_t Field, class Record, class Pass>
 QUILL_INLINE uint64_t size_record(bool present, const Record *record, Pass &pass) {
-    if (codec<Record>::is_blank(record)) {
+    if (!codec<Record>::occupied(record)) {
         return present ? tag_size<Field> + 1 : 0;
     }
     const uint64_t size = codec<Record>::size(record, pass);
     return size != 0 || present ? size_prefixed<Field>(size) : 0;
 }
 
-template <uint32_t Field, class Record, class Pass>
+template <uint32_t Field, int Levels = 0, class Record, class Pass>
 QUILL_INLINE uint64_t size_records(const Record *records, uint32_t count, Pass &pass) {
-    uint64_t size = 0;
-    for (uint32_t i = 0; records != nullptr && i < count; ++i) {
-        size += size_prefixed<Field>(codec<Record>::size(records + i, pass));
+    if (records == nullptr) {
+        return 0;
     }
+    uint64_t size = 0;
+    for (const Record *record = records; record != records + count; ++record) {
+        if constexpr (Levels > 1) {
+            size += size_prefixed<Field>(codec<Record>::template size_levels<Levels - 1>(record, pass));
+        } else {
+            size += size_prefixed<Field>(codec<Record>::size(record, pass));
+        }
+    }
+    return size;
+}
+
+// Notes which nested records of a wide record are written.
+QUILL_INLINE uint64_t note(uint64_t &found, uint64_t bit, uint64_t size) {
+    found |= size != 0 ? bit : 0;
     return size;
 }
 
 // Writing rules: a member is written in front of what stands at `at`; the result is the new front.
 
 template <uint32_t Field, uint32_t WireType, class Writer>
-QUILL_INLINE typename Writer::position write_tag(typename Writer::position at, Writer &out) {
+QUILL_INLINE position_in<Writer> write_tag(position_in<Writer> at, Writer &out) {
     return out.varint(tag_of(Field, WireType), at);
 }
 
 template <uint32_t Field, class Writer>
-QUILL_INLINE typename Writer::position write_varint(uint64_t value, typename Writer::position at, Writer &out) {
+QUILL_INLINE position_in<Writer> write_varint(uint64_t value, position_in<Writer> at, Writer &out) {
     return write_tag<Field, wire_varint>(out.varint(value, at), out);
 }
 
 template <uint32_t Field, class Writer>
-QUILL_INLINE typename Writer::position write_length(uint64_t length, typename Writer::position at, Writer &out) {
+QUILL_INLINE position_in<Writer> write_length(uint64_t length, position_in<Writer> at, Writer &out) {
     return write_tag<Field, wire_bytes>(out.varint(static_cast<uint32_t>(length), at), out);
 }
 
 template <uint32_t Field, class Writer>
-QUILL_INLINE typename Writer::position write_text(const char *text, typename Writer::position at, Writer &out) {
+QUILL_INLINE position_in<Writer> write_text(const char *text, position_in<Writer> at, Writer &out) {
     if (text == nullptr) {
         return at;
     }
@@ -252,7 +281,7 @@ QUILL_INLINE typename Writer::position write_text(const char *text, typename Wri
 }
 
 template <uint32_t Field, class Writer>
-typename Writer::position write_texts(char *const *texts, uint32_t count, typename Writer::position at, Writer &out) {
+position_in<Writer> write_texts(char *const *texts, uint32_t count, position_in<Writer> at, Writer &out) {
     for (uint32_t i = texts != nullptr ? count : 0; i != 0; --i) {
         at = write_text<Field>(texts[i - 1], at, out);
     }
@@ -260,8 +289,7 @@ typename Writer::position write_texts(char *const *texts, uint32_t count, typena
 }
 
 template <uint32_t Field, class Writer>
-typename Writer::position write_varints(const uint32_t *values, uint32_t count, typename Writer::position at,
-                                        Writer &out) {
+position_in<Writer> write_varints(const uint32_t *values, uint32_t count, position_in<Writer> at, Writer &out) {
     for (uint32_t i = values != nullptr ? count : 0; i != 0; --i) {
         at = write_varint<Field>(values[i - 1], at, out);
     }
@@ -269,25 +297,36 @@ typename Writer::position write_varints(const uint32_t *values, uint32_t count, 
 }
 
 template <uint32_t Field, class Record, class Writer>
-QUILL_INLINE typename Writer::position write_record(bool present, const Record *record, typename Writer::position end,
-                                                    Writer &out) {
-    typename Writer::position at = end;
-    if (!codec<Record>::is_blank(record)) {
+QUILL_INLINE position_in<Writer> write_record(bool present, const Record *record, position_in<Writer> end,
+                                              Writer &out) {
+    position_in<Writer> at = end;
+    if (codec<Record>::occupied(record)) {
         at = codec<Record>::write(record, end, out);
     }
     return at != end || present ? write_length<Field>(static_cast<uint64_t>(end - at), at, out) : at;
 }
 
-template <uint32_t Field, class Record, class Writer>
-QUILL_INLINE typename Writer::position write_records(const Record *records, uint32_t count,
-                                                     typename Writer::position at, Writer &out) {
-    for (uint32_t i = records != nullptr ? count : 0; i != 0; --i) {
-        const typename Writer::position end = at;
-        at = codec<Record>::write(records + i - 1, end, out);
+template <uint32_t Field, int Levels = 0, class Record, class Writer>
+QUILL_INLINE position_in<Writer> write_records(const Record *records, uint32_t count, position_in<Writer> at,
+                                               Writer &out) {
+    if (records == nullptr) {
+        return at;
+    }
+    for (const Record *record = records + count; record != records;) {
+        const position_in<Writer> end = at;
+        --record;
+        if constexpr (Levels > 1) {
+            at = codec<Record>::template write_levels<Levels - 1>(record, end, out);
+        } else {
+            at = codec<Record>::write(record, end, out);
+        }
         at = write_length<Field>(static_cast<uint64_t>(end - at), at, out);
     }
     return at;
 }
+
+// The three ways of encoding. Each has its own frame, so that a caller who asks for the size alone does not pay for the
+// others' room.
 
 template <class Record>
 QUILL_NOINLINE uint64_t size_only(const Record *record) {
@@ -296,25 +335,35 @@ QUILL_NOINLINE uint64_t size_only(const Record *record) {
 }
 
 template <class Record>
+QUILL_NOINLINE uint64_t write_guarded(const Record *record, uint8_t *buffer, uint64_t limit, quill_segment *segments,
+                                      uint32_t *segment_count) {
+    const uint32_t capacity = segment_count != nullptr && segments != nullptr ? *segment_count : 0;
+    guarded_writer out(buffer, limit, segments, capacity);
+    const uint64_t size = codec<Record>::size(record, static_cast<preparing &>(out));
+    const uint32_t produced = out.start();
+    codec<Record>::write(record, size, out);
+    if (segment_count != nullptr) {
+        *segment_count = produced;
+    }
+    return size;
+}
+
+template <class Record>
 uint64_t encode(const Record *record, uint8_t *buffer, uint64_t buffer_length, quill_segment *segments,
                 uint32_t *segment_count) {
     const uint64_t limit = buffer != nullptr ? buffer_length : 0;
-    if (limit == 0 && segment_count == nullptr) {
+    if (segment_count != nullptr) {
+        return write_guarded(record, buffer, limit, segments, segment_count);
+    }
+    if (limit == 0) {
         return size_only(record);
     }
-    preparing pass;
-    const uint64_t size = codec<Record>::size(record, pass);
-    if (size <= limit && segment_count == nullptr) {
-        direct_writer out(pass);
-        codec<Record>::write(record, buffer + size, out);
-        return size;
+    direct_writer out;
+    const uint64_t size = codec<Record>::size(record, static_cast<preparing &>(out));
+    if (size > limit) {
+        return write_guarded(record, buffer, limit, nullptr, nullptr);
     }
-    const uint32_t capacity = segment_count != nullptr && segments != nullptr ? *segment_count : 0;
-    guarded_writer out(pass, buffer, limit, segments, capacity);
-    if (segment_count != nullptr) {
-        *segment_count = pass.segments();
-    }
-    codec<Record>::write(record, size, out);
+    codec<Record>::write(record, buffer + size, out);
     return size;
 }
 
