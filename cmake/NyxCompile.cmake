@@ -1,4 +1,4 @@
-# The language levels and warnings that every target of this repository is built with.
+# The language levels, warnings and instrumentation of every target of this repository.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -15,4 +15,13 @@ add_library(nyx_warnings INTERFACE)
 target_compile_options(nyx_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 if(NYX_DEVELOPER)
   target_compile_options(nyx_warnings INTERFACE -Werror)
+endif()
+
+if(NYX_SANITIZE)
+  add_compile_options(-fsanitize=${NYX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${NYX_SANITIZE})
+endif()
+if(NYX_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
 endif()
