@@ -1,0 +1,53 @@
+#!/bin/sh
+# Shows what request_path does, step by step: demo.sh PROGRAM (the built request_path).
+set -eu
+program=$(realpath "${1:?usage: demo.sh PROGRAM}")
+cd "$(dirname "$0")/inputs"
+
+say() {
+    printf '\n'
+    printf '# %s\n' "$@"
+}
+
+# Failures are part of the story: the exit code is told instead of ending the demonstration.
+run() {
+    printf '\n$ request_path %s\n' "$*"
+    code=0
+    "$program" "$@" 2>&1 || code=$?
+    [ "$code" -eq 0 ] || printf '(exit code %s)\n' "$code"
+}
+
+say "Two processes with a socket between them: an agent that speaks NETCONF, and a processor that" \
+    "owns the datastores. What travels between them are libnyx's message records." \
+    "This is a request as an operator's tool sends it:"
+printf '\n$ cat rfc6241_7_2_set_mtu.xml\n'
+cat rfc6241_7_2_set_mtu.xml
+
+say "The agent makes a record of it, encodes it and sends it. --verbose shows what arrives: first the" \
+    "request that opens a session, then ours - its members, its size on the wire, and where each nested" \
+    "record lies in the encoding. The last thing is the reply that the operator's tool gets."
+run --verbose rfc6241_7_2_set_mtu.xml
+
+say "A change with a safety net: lock the candidate, edit it, validate it, commit it. Then read back a part" \
+    "of the running configuration through a subtree filter."
+run lock_candidate.xml interfaces.xml rfc6241_8_6_validate.xml rfc6241_8_3_commit.xml eth0_addresses.xml
+
+say "Two sessions of the agent, @1 and @2: the second one neither gets the lock of the first nor writes past it." \
+    "When it kills the first session, the lock is free."
+run @1 rfc6241_7_5_lock.xml @2 rfc6241_7_5_lock.xml rfc6241_7_2_set_mtu.xml kill_session_1.xml rfc6241_7_5_lock.xml
+
+say "Errors are answers, too. Creating what is there already; one reply with two errors, from an edit that was" \
+    "to go on after errors; and what it did change nevertheless."
+run create_interface.xml create_interface.xml continue_on_error.xml get_running.xml
+
+say "A request without a message id, an operation that nobody knows, and something that is not XML."
+run rfc6241_4_3_missing_message_id.xml bad_unknown_operation.xml bad_not_well_formed.xml
+
+say "Requests are decoded into an arena with a budget. One that asks for more is refused, and so is one that is too" \
+    "long to be taken in at all; the conversation goes on."
+run --budget 1000 interfaces.xml rfc6241_7_8_close_session.xml
+run --max-message 512 interfaces.xml rfc6241_7_8_close_session.xml
+
+say "A message that is cut short, and a processor that is killed: one line from each side that is left."
+run --cut 20 interfaces.xml
+run --die 2 interfaces.xml

@@ -1,0 +1,110 @@
+#include "reply_xml.h"
+
+#include <array>
+#include <new>
+
+#include "records.h"
+#include "xml.h"
+
+namespace request_path {
+
+namespace {
+
+const xmlChar *xml_chars(const char *text) {
+    return reinterpret_cast<const xmlChar *>(text);
+}
+
+void repeat_attributes(xmlNode *reply, const xmlNode *rpc) {
+    reply->nsDef = xmlCopyNamespaceList(rpc->nsDef);
+    reply->properties = xmlCopyPropList(reply, rpc->properties);
+    reply->ns = xmlSearchNs(reply->doc, reply, rpc->ns->prefix);
+}
+
+xml_document start_reply(const xmlNode *rpc) {
+    xml_document document(xmlNewDoc(xml_chars("1.0")));
+    xmlNode *reply = xmlNewDocNode(document.get(), nullptr, xml_chars("rpc-reply"), nullptr);
+    if (document == nullptr || reply == nullptr) {
+        throw std::bad_alloc();
+    }
+    xmlDocSetRootElement(document.get(), reply);
+    if (rpc != nullptr && is_netconf(rpc, "rpc")) {
+        repeat_attributes(reply, rpc);
+    } else {
+        xmlSetNs(reply, xmlNewNs(reply, xml_chars(netconf_namespace), nullptr));
+    }
+    return document;
+}
+
+template <size_t count>
+const char *name_of(const std::array<const char *, count> &names, uint32_t number) {
+    return number < count ? names[number] : "unknown";
+}
+
+constexpr std::array error_types{"transport", "rpc", "protocol", "application"};
+constexpr std::array severities{"error", "warning"};
+
+void append_path(xmlNode *error, const quill_nyx_datatree &record) {
+    const node path = read_tree(record);
+    xmlNode *element = append_element(error, "error-path", path.value);
+    for (const attribute &a : path.attributes) {
+        if (a.key.starts_with("xmlns:")) {
+            xmlNewNs(element, xml_chars(a.value.c_str()), xml_chars(a.key.c_str() + 6));
+        }
+    }
+}
+
+void append_info(xmlNode *error, const quill_nyx_datatree &record) {
+    xmlNode *element = append_element(error, "error-info");
+    for (node entry : read_tree(record).children) {
+        if (entry.name_space.empty()) {
+            entry.name_space = netconf_namespace;
+        }
+        append_tree(element, entry);
+    }
+}
+
+void append_error(xmlNode *reply, const quill_nyx_error &record) {
+    xmlNode *error = append_element(reply, "rpc-error");
+    append_element(error, "error-type", name_of(error_types, record.error_type));
+    append_element(error, "error-tag", record.error_tag == nullptr ? "operation-failed" : record.error_tag);
+    append_element(error, "error-severity", name_of(severities, record.error_severity));
+    if (record.error_app_tag != nullptr) {
+        append_element(error, "error-app-tag", record.error_app_tag);
+    }
+    if (record.error_path.value != nullptr) {
+        append_path(error, record.error_path);
+    }
+    if (record.error_message.text != nullptr) {
+        append_element(error, "error-message", record.error_message.text);
+    }
+    if (record.error_info.children_count > 0) {
+        append_info(error, record.error_info);
+    }
+}
+
+}  // namespace
+
+std::string write_reply(const xmlNode *rpc, const quill_nyx_request_result &result) {
+    const xml_document document = start_reply(rpc);
+    xmlNode *reply = xmlDocGetRootElement(document.get());
+    if (result.uint32_1 != 0) {
+        append_element(reply, "ok");
+    } else {
+        append_error(reply, result.error);
+    }
+    return write_xml(document.get());
+}
+
+std::string write_reply(const xmlNode *rpc, const quill_nyx_response &response) {
+    const xml_document document = start_reply(rpc);
+    xmlNode *reply = xmlDocGetRootElement(document.get());
+    for (uint32_t i = 0; i < response.errors_count; ++i) {
+        append_error(reply, response.errors[i]);
+    }
+    if (response.has_tree) {
+        append_tree(reply, read_tree(response.tree));
+    }
+    return write_xml(document.get());
+}
+
+}  // namespace request_path
