@@ -1,0 +1,126 @@
+// Any bytes through the decoder, and whatever it accepts through encode, decode, copy and release.
+//
+// Input: the record's index, the number of the allocation that fails in the second part (0: none), the message.
+#include "fuzz_target.h"
+
+namespace nyx_fuzz {
+namespace {
+
+constexpr std::size_t longest_message = 8192;
+constexpr unsigned deepest_comparison = 100;
+
+bool is_refusal(int32_t result) {
+    return result == QUILL_DECODE_MALFORMED || result == QUILL_DECODE_BAD_WIRE_TYPE ||
+           result == QUILL_DECODE_WRONG_WIRE_TYPE;
+}
+
+class run {
+  public:
+    run(const record_table &table, const uint8_t *message, std::size_t size)
+        : table_(table), message_(message, size), size_(size), record_(table) {}
+
+    void accept_or_refuse() {
+        result_ = decode(record_, blocks_);
+        REQUIRE(result_ == 0 || is_refusal(result_), std::to_string(result_));
+        allocations_ = blocks_.calls();
+        if (result_ == 0) {
+            round_trip();
+        } else {
+            release(table_, record_, blocks_);
+        }
+    }
+
+    void fail_allocation(uint64_t n) {
+        counting_allocator blocks;
+        raw_record record(table_);
+        blocks.fail_at(n);
+        const int32_t result = decode(record, blocks);
+        if (n != 0 && n <= allocations_) {
+            REQUIRE(result == QUILL_DECODE_NO_MEMORY, std::to_string(result));
+            REQUIRE(blocks.calls() == n, std::to_string(blocks.calls()));
+        } else {
+            REQUIRE(result == result_, std::to_string(result));
+        }
+        fail_copy_of(record, n);
+        release(table_, record, blocks);
+    }
+
+  private:
+    int32_t decode(raw_record &record, counting_allocator &blocks) {
+        return table_.decode(record.get(), message_.get(), size_, counting_allocator::alloc, &blocks, 0);
+    }
+
+    std::vector<uint8_t> encode(const raw_record &record) {
+        std::vector<uint8_t> out(table_.encode(record.get(), nullptr, 0, nullptr, nullptr, 0));
+        REQUIRE(table_.encode(record.get(), out.data(), out.size(), nullptr, nullptr, 0) == out.size(), table_.name);
+        return out;
+    }
+
+    void require_equal(const raw_record &left, const raw_record &right) {
+        if (nesting(table_, left.get()) <= deepest_comparison) {
+            require_nothing(difference(table_, left.get(), right.get()), __LINE__);
+            require_nothing(shared_block(table_, left.get(), right.get()), __LINE__);
+        }
+    }
+
+    void round_trip() {
+        const std::vector<uint8_t> canonical = encode(record_);
+        counting_allocator blocks;
+        raw_record again(table_);
+        const exact_copy input(canonical.data(), canonical.size());
+        REQUIRE(table_.decode(again.get(), input.get(), canonical.size(), counting_allocator::alloc, &blocks, 0) == 0,
+                table_.name);
+        require_equal(record_, again);
+        REQUIRE(encode(again) == canonical, table_.name);
+        copy_of(record_);
+
+        // A message may hold a nested record twice, and the first one's blocks are lost; the encoder writes none twice.
+        const uint64_t reachable = release(table_, record_, blocks_);
+        REQUIRE(release(table_, again, blocks) == reachable, table_.name);
+        REQUIRE(blocks.live_blocks() == 0, table_.name);
+        REQUIRE(blocks_.live_blocks() == allocations_ - reachable, table_.name);
+    }
+
+    void copy_of(const raw_record &source) {
+        counting_allocator blocks;
+        raw_record copy(table_);
+        REQUIRE(table_.duplicate(copy.get(), source.get(), counting_allocator::alloc, &blocks) == 0, table_.name);
+        require_equal(source, copy);
+        release(table_, copy, blocks);
+        REQUIRE(blocks.live_blocks() == 0, table_.name);
+    }
+
+    // The source may be what a failed decode left.
+    void fail_copy_of(const raw_record &source, uint64_t n) {
+        counting_allocator blocks;
+        raw_record copy(table_);
+        blocks.fail_at(n);
+        const int32_t result = table_.duplicate(copy.get(), source.get(), counting_allocator::alloc, &blocks);
+        const bool failed = n != 0 && n <= blocks.calls();
+        REQUIRE(result == (failed ? QUILL_DECODE_NO_MEMORY : 0), std::to_string(result));
+        release(table_, copy, blocks);
+        REQUIRE(blocks.live_blocks() == 0, table_.name);
+    }
+
+    const record_table &table_;
+    exact_copy message_;
+    std::size_t size_;
+    counting_allocator blocks_;
+    raw_record record_;
+    int32_t result_ = 0;
+    uint64_t allocations_ = 0;
+};
+
+}  // namespace
+}  // namespace nyx_fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    if (size < 2 || size - 2 > nyx_fuzz::longest_message) {
+        return 0;
+    }
+    const auto tables = nyx_test::record_tables();
+    nyx_fuzz::run run(tables[data[0] % tables.size()], data + 2, size - 2);
+    run.accept_or_refuse();
+    run.fail_allocation(data[1]);
+    return 0;
+}
