@@ -1,0 +1,45 @@
+#!/bin/sh
+# Runs a command and compares what it does with a file.
+#   check_output.sh conversation EXIT_CODE FILE COMMAND...
+#       the file holds all that is printed, on the standard output and the standard error
+#   check_output.sh reply FILE COMMAND...
+#       the file holds the last rpc-reply; the exit code has to be 1 when it is an error and 0 when it is not, and
+#       nothing may be printed on the standard error
+set -u
+what=$1
+shift
+if [ "$what" = conversation ]; then
+    expected_code=$1
+    shift
+fi
+expected=$1
+shift
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+code=0
+failed=0
+if [ "$what" = conversation ]; then
+    "$@" >"$work/output" 2>&1 </dev/null || code=$?
+else
+    "$@" >"$work/replies" 2>"$work/errors" </dev/null || code=$?
+    awk '/^]]>]]>$/ { text = ""; next } { text = text $0 "\n" } END { printf "%s", text }' \
+        "$work/replies" >"$work/output"
+    expected_code=0
+    if grep -q '<rpc-error>' "$expected"; then
+        expected_code=1
+    fi
+    if [ -s "$work/errors" ]; then
+        echo "on the standard error:"
+        cat "$work/errors"
+        failed=1
+    fi
+fi
+
+if [ "$code" != "$expected_code" ]; then
+    echo "exit code $code instead of $expected_code"
+    failed=1
+fi
+diff -u "$expected" "$work/output" || failed=1
+exit $failed

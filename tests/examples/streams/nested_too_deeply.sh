@@ -1,0 +1,2 @@
+# More levels than the XML parser takes.
+yes '<a>' | head -n 300 | "$1" -
