@@ -72,7 +72,7 @@ std::size_t find_text(const std::vector<uint8_t> &bytes, std::size_t from, const
 // records that begin with a pointer, whose highest bytes are zero.
 template <class Record>
 std::vector<block> blocks_of(const std::vector<uint8_t> &bytes) {
-    Record record;
+    Record record{};
     recorder log;
     require(codec_of<Record>::decode(&record, bytes.data(), bytes.size(), recorder::take, &log, 0) == 0,
             "the message is not decoded");
@@ -138,7 +138,7 @@ struct context {
     std::vector<uint8_t> buffer;
     std::vector<quill_segment> segments;
     std::vector<block> blocks;
-    Record source;
+    Record source{};  // as callers fill records: zeroed first
     std::vector<Record> live;
     bump_arena arena;
 

@@ -17,9 +17,14 @@ using variables = std::map<std::string, std::string>;
 // What the lines of a member are made of: $r$ record type, $m$ struct member, $n$ name, $f$ field number, $levels$ the
 // levels still to be taken into the frame of a record that holds itself.
 variables variables_of(const record &r, const member &m) {
-    return {{"r", r.c_name},    {"m", m.c_name},
-            {"n", m.name},      {"f", std::to_string(m.field)},
-            {"reset", m.reset}, {"levels", m.element == r.c_name ? ", Levels" : ""}};
+    return {{"r", r.c_name},
+            {"m", m.c_name},
+            {"n", m.name},
+            {"f", std::to_string(m.field)},
+            {"reset", m.reset},
+            {"e", m.element},
+            {"levels", m.element == r.c_name ? ", Levels" : ""},
+            {"only_levels", m.element == r.c_name ? "<Levels>" : ""}};
 }
 
 struct rule {
@@ -149,6 +154,46 @@ std::string inlining(const record &r) {
     return r.in_recursion ? "QUILL_NOINLINE " : "";
 }
 
+struct signature {
+    std::string template_parameter;  // such as "class Pass", or empty
+    std::string result;
+    std::string name;
+    std::string parameters;  // with $r$ for the record's type
+    std::string arguments;   // the parameters' names
+};
+
+// The opening of a codec function. That of a record that holds itself takes several levels into one frame.
+void open_function(const record &r, const signature &function, Printer &out) {
+    variables names = {{"t", function.template_parameter},
+                       {"result", function.result},
+                       {"name", function.name},
+                       {"args", function.arguments},
+                       {"inline", inlining(r)},
+                       {"r", r.c_name},
+                       {"comma", function.template_parameter.empty() ? "" : ", "}};
+    std::string parameters = function.parameters;
+    for (size_t at = parameters.find("$r$"); at != std::string::npos; at = parameters.find("$r$")) {
+        parameters.replace(at, 3, r.c_name);
+    }
+    names["params"] = parameters;
+    if (!function.template_parameter.empty() && !r.recursive) {
+        out.Print(names, "    template <$t$>\n");
+    }
+    if (!r.recursive) {
+        out.Print(names, "    static $inline$$result$ $name$(\n            $params$) {\n");
+        return;
+    }
+    if (!function.template_parameter.empty()) {
+        out.Print(names, "    template <$t$>\n");
+    }
+    out.Print(names,
+              "    static QUILL_NOINLINE $result$ $name$(\n            $params$) {\n"
+              "        return $name$_levels<levels_in_a_frame>($args$);\n"
+              "    }\n\n"
+              "    template <int Levels$comma$$t$>\n"
+              "    static QUILL_INLINE $result$ $name$_levels(\n            $params$) {\n");
+}
+
 // A record of many groups tells the writing pass which of them are empty.
 bool remembers_found(const record &r) {
     return r.members.size() > 2 * group_size;
@@ -185,21 +230,9 @@ void write_size(const record &r, Printer &out) {
     };
     static const char noting[] =
         "        size += note(found, bit::$m$, size_record<$f$>((has & bit::$m$) != 0, &r->$m$, pass));\n";
-    if (r.recursive) {
-        out.Print(
-            "    template <class Pass>\n"
-            "    static QUILL_NOINLINE uint64_t size(const $r$ *r, Pass &pass) {\n"
-            "        return size_levels<levels_in_a_frame>(r, pass);\n"
-            "    }\n\n"
-            "    template <int Levels, class Pass>\n"
-            "    static QUILL_INLINE uint64_t size_levels(const $r$ *r, Pass &pass) {\n",
-            "r", r.c_name);
-    } else {
-        out.Print(
-            "    template <class Pass>\n"
-            "    static $inline$uint64_t size(const $r$ *$arg$, Pass &pass) {\n",
-            "inline", inlining(r), "r", r.c_name, "arg", r.members.empty() ? "" : "r");
-    }
+    const char *record_parameter = r.members.empty() ? "const $r$ *" : "const $r$ *r";
+    open_function(r, {"class Pass", "uint64_t", "size", record_parameter + std::string(", Pass &pass"), "r, pass"},
+                  out);
     if (r.members.empty()) {
         out.Print("        return pass.leave(0);\n    }\n\n");
         return;
@@ -239,24 +272,11 @@ void write_write(const record &r, Printer &out) {
     };
     static const char finding[] =
         "        at = found & bit::$m$ ? write_record<$f$>((has & bit::$m$) != 0, &r->$m$, at, out) : at;\n";
-    if (r.recursive) {
-        out.Print(
-            "    template <class Writer>\n"
-            "    static QUILL_NOINLINE position_in<Writer> write(\n"
-            "            const $r$ *r, position_in<Writer> end, Writer &out) {\n"
-            "        return write_levels<levels_in_a_frame>(r, end, out);\n"
-            "    }\n\n"
-            "    template <int Levels, class Writer>\n"
-            "    static QUILL_INLINE position_in<Writer> write_levels(\n"
-            "            const $r$ *r, position_in<Writer> end, Writer &out) {\n",
-            "r", r.c_name);
-    } else {
-        out.Print(
-            "    template <class Writer>\n"
-            "    static $inline$position_in<Writer> write(\n"
-            "            const $r$ *$arg$, position_in<Writer> end, Writer &out) {\n",
-            "inline", inlining(r), "r", r.c_name, "arg", r.members.empty() ? "" : "r");
-    }
+    const char *record_parameter = r.members.empty() ? "const $r$ *" : "const $r$ *r";
+    open_function(r,
+                  {"class Writer", "position_in<Writer>", "write",
+                   record_parameter + std::string(", position_in<Writer> end, Writer &out"), "r, end, out"},
+                  out);
     out.Print("        const typename Writer::mark place = out.enter();\n");
     if (r.members.empty()) {
         out.Print("        return out.leave(place, end, end);\n    }\n\n");
@@ -315,18 +335,21 @@ void write_decode(const record &r, Printer &out) {
          "                    at = decode_record(r->has_$n$, &r->$m$, at, end, in);\n"},
         {member_kind::records,
          "                case tag_of($f$, wire_bytes):\n"
-         "                    at = decode_records($f$, &r->$m$, &r->$m$_count, at, end, in);\n"},
+         "                    at = decode_records$only_levels$($f$, &r->$m$, &r->$m$_count, at, end, in);\n"},
     };
+    const char *record_parameter = r.members.empty() ? "$r$ *" : "$r$ *r";
+    open_function(
+        r,
+        {"", "const uint8_t *", "decode",
+         record_parameter + std::string(", const uint8_t *at, const uint8_t *end, decoding &in"), "r, at, end, in"},
+        out);
     out.Print(
-        "    static const uint8_t *decode(\n"
-        "            $r$ *$arg$, const uint8_t *at, const uint8_t *end, decoding &in) {\n"
         "        while (at != end) {\n"
         "            uint32_t tag = 0;\n"
         "            at = quill_read_varint32(&tag, at, end, in);\n"
         "            if (at == nullptr) {\n"
         "                return nullptr;\n"
-        "            }\n",
-        "r", r.c_name, "arg", r.members.empty() ? "" : "r");
+        "            }\n");
     if (r.members.empty()) {
         out.Print("            at = decode_other<$r$>(tag, at, end, in);\n", "r", r.c_name);
     } else {
@@ -396,12 +419,27 @@ void write_reset(const record &r, Printer &out) {
     out.Print("    }\n\n");
 }
 
+void write_holdings(const record &r, Printer &out) {
+    static const rule rules[] = {
+        {member_kind::text, "\n            | held(r->$m$)"},
+        {member_kind::texts, "\n            | held(r->$m$) | r->$m$_count"},
+        {member_kind::numbers32, "\n            | held(r->$m$) | r->$m$_count"},
+        {member_kind::record, "\n            | codec<$e$>::holdings(&r->$m$)"},
+        {member_kind::records, "\n            | held(r->$m$) | r->$m$_count"},
+    };
+    if (!r.owns) {
+        out.Print("    static uint64_t holdings(const $r$ *) { return 0; }\n\n", "r", r.c_name);
+        return;
+    }
+    out.Print("    static QUILL_INLINE uint64_t holdings(const $r$ *r) {\n        return uint64_t{0}", "r", r.c_name);
+    for (const member &m : r.members) {
+        print_rule(rules, r, m, out);
+    }
+    out.Print(";\n    }\n\n");
+}
+
 void write_copy(const record &r, Printer &out) {
     static const rule rules[] = {
-        {member_kind::number32, "        dst->$m$ = src->$m$;\n"},
-        {member_kind::number64, "        dst->$m$ = src->$m$;\n"},
-        {member_kind::flag, "        dst->$m$ = src->$m$;\n"},
-        {member_kind::wide_flag, "        dst->$m$ = src->$m$;\n"},
         {member_kind::text,
          "        if (!copy_text(&dst->$m$, src->$m$, call)) {\n"
          "            dst->has_$n$ = 0;\n"
@@ -416,25 +454,15 @@ void write_copy(const record &r, Printer &out) {
          "        }\n"},
         {member_kind::record, "        copy_record(&dst->$m$, &src->$m$, call);\n"},
         {member_kind::records,
-         "        if (!copy_records(&dst->$m$, &dst->$m$_count, src->$m$, src->$m$_count, call)) {\n"
+         "        if (!copy_records$only_levels$(&dst->$m$, &dst->$m$_count, src->$m$, src->$m$_count, call)) {\n"
          "            dst->has_$n$ = 0;\n"
          "        }\n"},
     };
-    if (r.members.empty()) {
-        out.Print("    static void copy($r$ *, const $r$ *, copying &) {}\n\n", "r", r.c_name);
+    if (!r.owns) {
+        out.Print("    static void copy_owned($r$ *, const $r$ *, copying &) {}\n\n", "r", r.c_name);
         return;
     }
-    out.Print(
-        "    static void copy($r$ *dst, const $r$ *src, copying &$call$) {\n"
-        "        presence<$r$>::copy(dst, src);\n",
-        "r", r.c_name, "call", [&] {
-            for (const member &m : r.members) {
-                if (!m.varint()) {
-                    return "call";
-                }
-            }
-            return "";
-        }());
+    open_function(r, {"", "void", "copy_owned", "$r$ *dst, const $r$ *src, copying &call", "dst, src, call"}, out);
     for (const member &m : r.members) {
         print_rule(rules, r, m, out);
     }
@@ -447,13 +475,13 @@ void write_release(const record &r, Printer &out) {
         {member_kind::texts, "        release_texts(&r->$m$, &r->$m$_count, call);\n"},
         {member_kind::numbers32, "        release_numbers(&r->$m$, call);\n"},
         {member_kind::record, "        release_record(&r->$m$, call);\n"},
-        {member_kind::records, "        release_records(&r->$m$, &r->$m$_count, call);\n"},
+        {member_kind::records, "        release_records$only_levels$(&r->$m$, &r->$m$_count, call);\n"},
     };
     if (!r.owns) {
         out.Print("    static void release($r$ *, const releasing &) {}\n", "r", r.c_name);
         return;
     }
-    out.Print("    static void release($r$ *r, const releasing &call) {\n", "r", r.c_name);
+    open_function(r, {"", "void", "release", "$r$ *r, const releasing &call", "r, call"}, out);
     for (const member &m : r.members) {
         print_rule(rules, r, m, out);
     }
@@ -469,6 +497,7 @@ void write_codec(const record &r, Printer &out) {
     write_write(r, out);
     write_decode(r, out);
     write_reset(r, out);
+    write_holdings(r, out);
     write_copy(r, out);
     write_release(r, out);
     out.Print("};\n\n");

@@ -31,7 +31,8 @@ struct codec<quill_nyx_node_info> {
     }
 
     template <class Pass>
-    static QUILL_NOINLINE uint64_t size(const quill_nyx_node_info *r, Pass &pass) {
+    static QUILL_NOINLINE uint64_t size(
+            const quill_nyx_node_info *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_node_info>::bits(r);
         uint64_t size = 0;
         size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
@@ -52,7 +53,7 @@ struct codec<quill_nyx_node_info> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_NOINLINE const uint8_t * decode(
             quill_nyx_node_info *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -100,18 +101,24 @@ struct codec<quill_nyx_node_info> {
     static void set_defaults(quill_nyx_node_info *) {
     }
 
-    static void copy(quill_nyx_node_info *dst, const quill_nyx_node_info *src, copying &call) {
-        presence<quill_nyx_node_info>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_node_info *r) {
+        return uint64_t{0}
+            | held(r->string_1)
+            | held(r->strings_3) | r->strings_3_count;
+    }
+
+    static QUILL_NOINLINE void copy_owned(
+            quill_nyx_node_info *dst, const quill_nyx_node_info *src, copying &call) {
         if (!copy_text(&dst->string_1, src->string_1, call)) {
             dst->has_string_1 = 0;
         }
-        dst->uint32_2 = src->uint32_2;
         if (!copy_texts(&dst->strings_3, &dst->strings_3_count, src->strings_3, src->strings_3_count, call)) {
             dst->has_strings_3 = 0;
         }
     }
 
-    static void release(quill_nyx_node_info *r, const releasing &call) {
+    static QUILL_NOINLINE void release(
+            quill_nyx_node_info *r, const releasing &call) {
         release_text(&r->string_1, call);
         release_texts(&r->strings_3, &r->strings_3_count, call);
     }
@@ -140,7 +147,8 @@ struct codec<quill_nyx_attribute> {
     }
 
     template <class Pass>
-    static QUILL_NOINLINE uint64_t size(const quill_nyx_attribute *r, Pass &pass) {
+    static QUILL_NOINLINE uint64_t size(
+            const quill_nyx_attribute *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_attribute>::bits(r);
         uint64_t size = 0;
         size += has & bit::key ? size_text<1>(r->key, pass) : 0;
@@ -159,7 +167,7 @@ struct codec<quill_nyx_attribute> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_NOINLINE const uint8_t * decode(
             quill_nyx_attribute *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -201,8 +209,14 @@ struct codec<quill_nyx_attribute> {
     static void set_defaults(quill_nyx_attribute *) {
     }
 
-    static void copy(quill_nyx_attribute *dst, const quill_nyx_attribute *src, copying &call) {
-        presence<quill_nyx_attribute>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_attribute *r) {
+        return uint64_t{0}
+            | held(r->key)
+            | held(r->value);
+    }
+
+    static QUILL_NOINLINE void copy_owned(
+            quill_nyx_attribute *dst, const quill_nyx_attribute *src, copying &call) {
         if (!copy_text(&dst->key, src->key, call)) {
             dst->has_key = 0;
         }
@@ -211,7 +225,8 @@ struct codec<quill_nyx_attribute> {
         }
     }
 
-    static void release(quill_nyx_attribute *r, const releasing &call) {
+    static QUILL_NOINLINE void release(
+            quill_nyx_attribute *r, const releasing &call) {
         release_text(&r->key, call);
         release_text(&r->value, call);
     }
@@ -240,7 +255,8 @@ struct codec<quill_nyx_edit_ins_key> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_edit_ins_key *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_edit_ins_key *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_edit_ins_key>::bits(r);
         uint64_t size = 0;
         size += has & bit::keys ? size_records<1>(r->keys, r->keys_count, pass) : 0;
@@ -259,7 +275,7 @@ struct codec<quill_nyx_edit_ins_key> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_edit_ins_key *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -301,8 +317,14 @@ struct codec<quill_nyx_edit_ins_key> {
     static void set_defaults(quill_nyx_edit_ins_key *) {
     }
 
-    static void copy(quill_nyx_edit_ins_key *dst, const quill_nyx_edit_ins_key *src, copying &call) {
-        presence<quill_nyx_edit_ins_key>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_edit_ins_key *r) {
+        return uint64_t{0}
+            | held(r->keys) | r->keys_count
+            | held(r->value);
+    }
+
+    static void copy_owned(
+            quill_nyx_edit_ins_key *dst, const quill_nyx_edit_ins_key *src, copying &call) {
         if (!copy_records(&dst->keys, &dst->keys_count, src->keys, src->keys_count, call)) {
             dst->has_keys = 0;
         }
@@ -311,7 +333,8 @@ struct codec<quill_nyx_edit_ins_key> {
         }
     }
 
-    static void release(quill_nyx_edit_ins_key *r, const releasing &call) {
+    static void release(
+            quill_nyx_edit_ins_key *r, const releasing &call) {
         release_records(&r->keys, &r->keys_count, call);
         release_text(&r->value, call);
     }
@@ -343,7 +366,8 @@ struct codec<quill_nyx_edit_ins> {
     }
 
     template <class Pass>
-    static QUILL_NOINLINE uint64_t size(const quill_nyx_edit_ins *r, Pass &pass) {
+    static QUILL_NOINLINE uint64_t size(
+            const quill_nyx_edit_ins *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_edit_ins>::bits(r);
         uint64_t size = 0;
         size += has & bit::insert ? size_varint<1>(r->insert) : 0;
@@ -364,7 +388,7 @@ struct codec<quill_nyx_edit_ins> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_NOINLINE const uint8_t * decode(
             quill_nyx_edit_ins *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -416,14 +440,20 @@ struct codec<quill_nyx_edit_ins> {
     static void set_defaults(quill_nyx_edit_ins *) {
     }
 
-    static void copy(quill_nyx_edit_ins *dst, const quill_nyx_edit_ins *src, copying &call) {
-        presence<quill_nyx_edit_ins>::copy(dst, src);
-        dst->insert = src->insert;
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_edit_ins *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_edit_ins_key>::holdings(&r->key)
+            | codec<quill_nyx_attribute>::holdings(&r->attribute);
+    }
+
+    static QUILL_NOINLINE void copy_owned(
+            quill_nyx_edit_ins *dst, const quill_nyx_edit_ins *src, copying &call) {
         copy_record(&dst->key, &src->key, call);
         copy_record(&dst->attribute, &src->attribute, call);
     }
 
-    static void release(quill_nyx_edit_ins *r, const releasing &call) {
+    static QUILL_NOINLINE void release(
+            quill_nyx_edit_ins *r, const releasing &call) {
         release_record(&r->key, call);
         release_record(&r->attribute, call);
     }
@@ -466,12 +496,14 @@ struct codec<quill_nyx_datatree> {
     }
 
     template <class Pass>
-    static QUILL_NOINLINE uint64_t size(const quill_nyx_datatree *r, Pass &pass) {
+    static QUILL_NOINLINE uint64_t size(
+            const quill_nyx_datatree *r, Pass &pass) {
         return size_levels<levels_in_a_frame>(r, pass);
     }
 
     template <int Levels, class Pass>
-    static QUILL_INLINE uint64_t size_levels(const quill_nyx_datatree *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size_levels(
+            const quill_nyx_datatree *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_datatree>::bits(r);
         uint64_t size = 0;
         if ((has & 0xFFU) != 0) {
@@ -532,7 +564,13 @@ struct codec<quill_nyx_datatree> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_NOINLINE const uint8_t * decode(
+            quill_nyx_datatree *r, const uint8_t *at, const uint8_t *end, decoding &in) {
+        return decode_levels<levels_in_a_frame>(r, at, end, in);
+    }
+
+    template <int Levels>
+    static QUILL_INLINE const uint8_t * decode_levels(
             quill_nyx_datatree *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -578,7 +616,7 @@ struct codec<quill_nyx_datatree> {
                     }
                     break;
                 case tag_of(7, wire_bytes):
-                    at = decode_records(7, &r->children, &r->children_count, at, end, in);
+                    at = decode_records<Levels>(7, &r->children, &r->children_count, at, end, in);
                     if (at != nullptr) {
                         r->has_children = 1;
                     }
@@ -650,8 +688,26 @@ struct codec<quill_nyx_datatree> {
     static void set_defaults(quill_nyx_datatree *) {
     }
 
-    static void copy(quill_nyx_datatree *dst, const quill_nyx_datatree *src, copying &call) {
-        presence<quill_nyx_datatree>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_datatree *r) {
+        return uint64_t{0}
+            | held(r->name)
+            | held(r->value)
+            | held(r->namespace_)
+            | held(r->attributes) | r->attributes_count
+            | held(r->children) | r->children_count
+            | codec<quill_nyx_node_info>::holdings(&r->node_info)
+            | codec<quill_nyx_edit_ins>::holdings(&r->edit_ins)
+            | held(r->string_13);
+    }
+
+    static QUILL_NOINLINE void copy_owned(
+            quill_nyx_datatree *dst, const quill_nyx_datatree *src, copying &call) {
+        return copy_owned_levels<levels_in_a_frame>(dst, src, call);
+    }
+
+    template <int Levels>
+    static QUILL_INLINE void copy_owned_levels(
+            quill_nyx_datatree *dst, const quill_nyx_datatree *src, copying &call) {
         if (!copy_text(&dst->name, src->name, call)) {
             dst->has_name = 0;
         }
@@ -661,31 +717,32 @@ struct codec<quill_nyx_datatree> {
         if (!copy_text(&dst->namespace_, src->namespace_, call)) {
             dst->has_namespace = 0;
         }
-        dst->uint32_4 = src->uint32_4;
-        dst->operation = src->operation;
         if (!copy_records(&dst->attributes, &dst->attributes_count, src->attributes, src->attributes_count, call)) {
             dst->has_attributes = 0;
         }
-        if (!copy_records(&dst->children, &dst->children_count, src->children, src->children_count, call)) {
+        if (!copy_records<Levels>(&dst->children, &dst->children_count, src->children, src->children_count, call)) {
             dst->has_children = 0;
         }
-        dst->uint32_8 = src->uint32_8;
         copy_record(&dst->node_info, &src->node_info, call);
-        dst->flag_10 = src->flag_10;
         copy_record(&dst->edit_ins, &src->edit_ins, call);
-        dst->node_kind = src->node_kind;
         if (!copy_text(&dst->string_13, src->string_13, call)) {
             dst->has_string_13 = 0;
         }
-        dst->flag_14 = src->flag_14;
     }
 
-    static void release(quill_nyx_datatree *r, const releasing &call) {
+    static QUILL_NOINLINE void release(
+            quill_nyx_datatree *r, const releasing &call) {
+        return release_levels<levels_in_a_frame>(r, call);
+    }
+
+    template <int Levels>
+    static QUILL_INLINE void release_levels(
+            quill_nyx_datatree *r, const releasing &call) {
         release_text(&r->name, call);
         release_text(&r->value, call);
         release_text(&r->namespace_, call);
         release_records(&r->attributes, &r->attributes_count, call);
-        release_records(&r->children, &r->children_count, call);
+        release_records<Levels>(&r->children, &r->children_count, call);
         release_record(&r->node_info, call);
         release_record(&r->edit_ins, call);
         release_text(&r->string_13, call);
@@ -714,7 +771,8 @@ struct codec<quill_nyx_datastore> {
     }
 
     template <class Pass>
-    static QUILL_INLINE uint64_t size(const quill_nyx_datastore *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(
+            const quill_nyx_datastore *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_datastore>::bits(r);
         uint64_t size = 0;
         size += has & bit::name ? size_text<1>(r->name, pass) : 0;
@@ -731,7 +789,7 @@ struct codec<quill_nyx_datastore> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_INLINE const uint8_t * decode(
             quill_nyx_datastore *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -767,14 +825,20 @@ struct codec<quill_nyx_datastore> {
     static void set_defaults(quill_nyx_datastore *) {
     }
 
-    static void copy(quill_nyx_datastore *dst, const quill_nyx_datastore *src, copying &call) {
-        presence<quill_nyx_datastore>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_datastore *r) {
+        return uint64_t{0}
+            | held(r->name);
+    }
+
+    static QUILL_INLINE void copy_owned(
+            quill_nyx_datastore *dst, const quill_nyx_datastore *src, copying &call) {
         if (!copy_text(&dst->name, src->name, call)) {
             dst->has_name = 0;
         }
     }
 
-    static void release(quill_nyx_datastore *r, const releasing &call) {
+    static QUILL_INLINE void release(
+            quill_nyx_datastore *r, const releasing &call) {
         release_text(&r->name, call);
     }
 };
@@ -803,7 +867,8 @@ struct codec<quill_nyx_filter> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_filter *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_filter *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_filter>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
@@ -822,7 +887,7 @@ struct codec<quill_nyx_filter> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_filter *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -866,13 +931,18 @@ struct codec<quill_nyx_filter> {
     static void set_defaults(quill_nyx_filter *) {
     }
 
-    static void copy(quill_nyx_filter *dst, const quill_nyx_filter *src, copying &call) {
-        presence<quill_nyx_filter>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_filter *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_datatree>::holdings(&r->tree);
+    }
+
+    static void copy_owned(
+            quill_nyx_filter *dst, const quill_nyx_filter *src, copying &call) {
         copy_record(&dst->tree, &src->tree, call);
     }
 
-    static void release(quill_nyx_filter *r, const releasing &call) {
+    static void release(
+            quill_nyx_filter *r, const releasing &call) {
         release_record(&r->tree, call);
     }
 };
@@ -902,7 +972,8 @@ struct codec<quill_nyx_with_defaults> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_with_defaults *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_with_defaults *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_with_defaults>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
@@ -925,7 +996,7 @@ struct codec<quill_nyx_with_defaults> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_with_defaults *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -979,17 +1050,20 @@ struct codec<quill_nyx_with_defaults> {
     static void set_defaults(quill_nyx_with_defaults *) {
     }
 
-    static void copy(quill_nyx_with_defaults *dst, const quill_nyx_with_defaults *src, copying &call) {
-        presence<quill_nyx_with_defaults>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
-        dst->uint32_2 = src->uint32_2;
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_with_defaults *r) {
+        return uint64_t{0}
+            | held(r->string_3);
+    }
+
+    static void copy_owned(
+            quill_nyx_with_defaults *dst, const quill_nyx_with_defaults *src, copying &call) {
         if (!copy_text(&dst->string_3, src->string_3, call)) {
             dst->has_string_3 = 0;
         }
-        dst->uint32_4 = src->uint32_4;
     }
 
-    static void release(quill_nyx_with_defaults *r, const releasing &call) {
+    static void release(
+            quill_nyx_with_defaults *r, const releasing &call) {
         release_text(&r->string_3, call);
     }
 };
@@ -1025,7 +1099,8 @@ struct codec<quill_nyx_start_session> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_start_session *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_start_session *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_start_session>::bits(r);
         uint64_t size = 0;
         if ((has & 0xFFU) != 0) {
@@ -1068,7 +1143,7 @@ struct codec<quill_nyx_start_session> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_start_session *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1158,16 +1233,24 @@ struct codec<quill_nyx_start_session> {
     static void set_defaults(quill_nyx_start_session *) {
     }
 
-    static void copy(quill_nyx_start_session *dst, const quill_nyx_start_session *src, copying &call) {
-        presence<quill_nyx_start_session>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_start_session *r) {
+        return uint64_t{0}
+            | held(r->string_1)
+            | held(r->string_2)
+            | held(r->string_5)
+            | held(r->string_6)
+            | held(r->string_7)
+            | held(r->string_10);
+    }
+
+    static void copy_owned(
+            quill_nyx_start_session *dst, const quill_nyx_start_session *src, copying &call) {
         if (!copy_text(&dst->string_1, src->string_1, call)) {
             dst->has_string_1 = 0;
         }
         if (!copy_text(&dst->string_2, src->string_2, call)) {
             dst->has_string_2 = 0;
         }
-        dst->uint32_3 = src->uint32_3;
-        dst->flag_4 = src->flag_4;
         if (!copy_text(&dst->string_5, src->string_5, call)) {
             dst->has_string_5 = 0;
         }
@@ -1177,14 +1260,13 @@ struct codec<quill_nyx_start_session> {
         if (!copy_text(&dst->string_7, src->string_7, call)) {
             dst->has_string_7 = 0;
         }
-        dst->uint32_8 = src->uint32_8;
-        dst->flag_9 = src->flag_9;
         if (!copy_text(&dst->string_10, src->string_10, call)) {
             dst->has_string_10 = 0;
         }
     }
 
-    static void release(quill_nyx_start_session *r, const releasing &call) {
+    static void release(
+            quill_nyx_start_session *r, const releasing &call) {
         release_text(&r->string_1, call);
         release_text(&r->string_2, call);
         release_text(&r->string_5, call);
@@ -1217,7 +1299,8 @@ struct codec<quill_nyx_stop_session> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_stop_session *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_stop_session *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_stop_session>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
@@ -1236,7 +1319,7 @@ struct codec<quill_nyx_stop_session> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_stop_session *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1278,11 +1361,9 @@ struct codec<quill_nyx_stop_session> {
     static void set_defaults(quill_nyx_stop_session *) {
     }
 
-    static void copy(quill_nyx_stop_session *dst, const quill_nyx_stop_session *src, copying &) {
-        presence<quill_nyx_stop_session>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
-        dst->uint32_2 = src->uint32_2;
-    }
+    static uint64_t holdings(const quill_nyx_stop_session *) { return 0; }
+
+    static void copy_owned(quill_nyx_stop_session *, const quill_nyx_stop_session *, copying &) {}
 
     static void release(quill_nyx_stop_session *, const releasing &) {}
 };
@@ -1316,7 +1397,8 @@ struct codec<quill_nyx_get_config> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_get_config *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_get_config *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_get_config>::bits(r);
         uint64_t size = 0;
         size += size_record<1>((has & bit::source) != 0, &r->source, pass);
@@ -1341,7 +1423,7 @@ struct codec<quill_nyx_get_config> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_get_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1407,18 +1489,26 @@ struct codec<quill_nyx_get_config> {
     static void set_defaults(quill_nyx_get_config *) {
     }
 
-    static void copy(quill_nyx_get_config *dst, const quill_nyx_get_config *src, copying &call) {
-        presence<quill_nyx_get_config>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_get_config *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_datastore>::holdings(&r->source)
+            | codec<quill_nyx_filter>::holdings(&r->filter)
+            | codec<quill_nyx_with_defaults>::holdings(&r->with_defaults)
+            | held(r->string_5);
+    }
+
+    static void copy_owned(
+            quill_nyx_get_config *dst, const quill_nyx_get_config *src, copying &call) {
         copy_record(&dst->source, &src->source, call);
         copy_record(&dst->filter, &src->filter, call);
-        dst->uint32_3 = src->uint32_3;
         copy_record(&dst->with_defaults, &src->with_defaults, call);
         if (!copy_text(&dst->string_5, src->string_5, call)) {
             dst->has_string_5 = 0;
         }
     }
 
-    static void release(quill_nyx_get_config *r, const releasing &call) {
+    static void release(
+            quill_nyx_get_config *r, const releasing &call) {
         release_record(&r->source, call);
         release_record(&r->filter, call);
         release_record(&r->with_defaults, call);
@@ -1454,7 +1544,8 @@ struct codec<quill_nyx_edit_config> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_edit_config *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_edit_config *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_edit_config>::bits(r);
         uint64_t size = 0;
         size += size_record<1>((has & bit::target) != 0, &r->target, pass);
@@ -1479,7 +1570,7 @@ struct codec<quill_nyx_edit_config> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_edit_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1543,16 +1634,20 @@ struct codec<quill_nyx_edit_config> {
     static void set_defaults(quill_nyx_edit_config *) {
     }
 
-    static void copy(quill_nyx_edit_config *dst, const quill_nyx_edit_config *src, copying &call) {
-        presence<quill_nyx_edit_config>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_edit_config *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_datastore>::holdings(&r->target)
+            | codec<quill_nyx_datatree>::holdings(&r->config);
+    }
+
+    static void copy_owned(
+            quill_nyx_edit_config *dst, const quill_nyx_edit_config *src, copying &call) {
         copy_record(&dst->target, &src->target, call);
-        dst->uint32_2 = src->uint32_2;
-        dst->uint32_4 = src->uint32_4;
-        dst->uint32_3 = src->uint32_3;
         copy_record(&dst->config, &src->config, call);
     }
 
-    static void release(quill_nyx_edit_config *r, const releasing &call) {
+    static void release(
+            quill_nyx_edit_config *r, const releasing &call) {
         release_record(&r->target, call);
         release_record(&r->config, call);
     }
@@ -1582,7 +1677,8 @@ struct codec<quill_nyx_cli_config> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_cli_config *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_cli_config *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_cli_config>::bits(r);
         uint64_t size = 0;
         size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
@@ -1603,7 +1699,7 @@ struct codec<quill_nyx_cli_config> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_cli_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1651,16 +1747,20 @@ struct codec<quill_nyx_cli_config> {
     static void set_defaults(quill_nyx_cli_config *) {
     }
 
-    static void copy(quill_nyx_cli_config *dst, const quill_nyx_cli_config *src, copying &call) {
-        presence<quill_nyx_cli_config>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_cli_config *r) {
+        return uint64_t{0}
+            | held(r->string_1);
+    }
+
+    static void copy_owned(
+            quill_nyx_cli_config *dst, const quill_nyx_cli_config *src, copying &call) {
         if (!copy_text(&dst->string_1, src->string_1, call)) {
             dst->has_string_1 = 0;
         }
-        dst->uint32_2 = src->uint32_2;
-        dst->uint32_3 = src->uint32_3;
     }
 
-    static void release(quill_nyx_cli_config *r, const releasing &call) {
+    static void release(
+            quill_nyx_cli_config *r, const releasing &call) {
         release_text(&r->string_1, call);
     }
 };
@@ -1690,7 +1790,8 @@ struct codec<quill_nyx_validate> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_validate *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_validate *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_validate>::bits(r);
         uint64_t size = 0;
         size += size_record<1>((has & bit::source) != 0, &r->source, pass);
@@ -1709,7 +1810,7 @@ struct codec<quill_nyx_validate> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_validate *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1755,13 +1856,20 @@ struct codec<quill_nyx_validate> {
     static void set_defaults(quill_nyx_validate *) {
     }
 
-    static void copy(quill_nyx_validate *dst, const quill_nyx_validate *src, copying &call) {
-        presence<quill_nyx_validate>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_validate *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_datastore>::holdings(&r->source)
+            | codec<quill_nyx_datatree>::holdings(&r->config);
+    }
+
+    static void copy_owned(
+            quill_nyx_validate *dst, const quill_nyx_validate *src, copying &call) {
         copy_record(&dst->source, &src->source, call);
         copy_record(&dst->config, &src->config, call);
     }
 
-    static void release(quill_nyx_validate *r, const releasing &call) {
+    static void release(
+            quill_nyx_validate *r, const releasing &call) {
         release_record(&r->source, call);
         release_record(&r->config, call);
     }
@@ -1790,7 +1898,8 @@ struct codec<quill_nyx_lock> {
     }
 
     template <class Pass>
-    static QUILL_INLINE uint64_t size(const quill_nyx_lock *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(
+            const quill_nyx_lock *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_lock>::bits(r);
         uint64_t size = 0;
         size += size_record<1>((has & bit::target) != 0, &r->target, pass);
@@ -1807,7 +1916,7 @@ struct codec<quill_nyx_lock> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_INLINE const uint8_t * decode(
             quill_nyx_lock *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1845,12 +1954,18 @@ struct codec<quill_nyx_lock> {
     static void set_defaults(quill_nyx_lock *) {
     }
 
-    static void copy(quill_nyx_lock *dst, const quill_nyx_lock *src, copying &call) {
-        presence<quill_nyx_lock>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_lock *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_datastore>::holdings(&r->target);
+    }
+
+    static QUILL_INLINE void copy_owned(
+            quill_nyx_lock *dst, const quill_nyx_lock *src, copying &call) {
         copy_record(&dst->target, &src->target, call);
     }
 
-    static void release(quill_nyx_lock *r, const releasing &call) {
+    static QUILL_INLINE void release(
+            quill_nyx_lock *r, const releasing &call) {
         release_record(&r->target, call);
     }
 };
@@ -1878,7 +1993,8 @@ struct codec<quill_nyx_unlock> {
     }
 
     template <class Pass>
-    static QUILL_INLINE uint64_t size(const quill_nyx_unlock *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(
+            const quill_nyx_unlock *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_unlock>::bits(r);
         uint64_t size = 0;
         size += size_record<1>((has & bit::target) != 0, &r->target, pass);
@@ -1895,7 +2011,7 @@ struct codec<quill_nyx_unlock> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_INLINE const uint8_t * decode(
             quill_nyx_unlock *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1933,12 +2049,18 @@ struct codec<quill_nyx_unlock> {
     static void set_defaults(quill_nyx_unlock *) {
     }
 
-    static void copy(quill_nyx_unlock *dst, const quill_nyx_unlock *src, copying &call) {
-        presence<quill_nyx_unlock>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_unlock *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_datastore>::holdings(&r->target);
+    }
+
+    static QUILL_INLINE void copy_owned(
+            quill_nyx_unlock *dst, const quill_nyx_unlock *src, copying &call) {
         copy_record(&dst->target, &src->target, call);
     }
 
-    static void release(quill_nyx_unlock *r, const releasing &call) {
+    static QUILL_INLINE void release(
+            quill_nyx_unlock *r, const releasing &call) {
         release_record(&r->target, call);
     }
 };
@@ -1970,7 +2092,8 @@ struct codec<quill_nyx_commit> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_commit *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_commit *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_commit>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
@@ -1997,7 +2120,7 @@ struct codec<quill_nyx_commit> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_commit *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2064,21 +2187,24 @@ struct codec<quill_nyx_commit> {
         r->uint32_2 = 600;
     }
 
-    static void copy(quill_nyx_commit *dst, const quill_nyx_commit *src, copying &call) {
-        presence<quill_nyx_commit>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
-        dst->uint32_2 = src->uint32_2;
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_commit *r) {
+        return uint64_t{0}
+            | held(r->string_3)
+            | held(r->string_4);
+    }
+
+    static void copy_owned(
+            quill_nyx_commit *dst, const quill_nyx_commit *src, copying &call) {
         if (!copy_text(&dst->string_3, src->string_3, call)) {
             dst->has_string_3 = 0;
         }
         if (!copy_text(&dst->string_4, src->string_4, call)) {
             dst->has_string_4 = 0;
         }
-        dst->flag_5 = src->flag_5;
-        dst->flag_6 = src->flag_6;
     }
 
-    static void release(quill_nyx_commit *r, const releasing &call) {
+    static void release(
+            quill_nyx_commit *r, const releasing &call) {
         release_text(&r->string_3, call);
         release_text(&r->string_4, call);
     }
@@ -2106,7 +2232,8 @@ struct codec<quill_nyx_cancel_commit> {
     }
 
     template <class Pass>
-    static QUILL_INLINE uint64_t size(const quill_nyx_cancel_commit *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(
+            const quill_nyx_cancel_commit *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_cancel_commit>::bits(r);
         uint64_t size = 0;
         size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
@@ -2123,7 +2250,7 @@ struct codec<quill_nyx_cancel_commit> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_INLINE const uint8_t * decode(
             quill_nyx_cancel_commit *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2159,14 +2286,20 @@ struct codec<quill_nyx_cancel_commit> {
     static void set_defaults(quill_nyx_cancel_commit *) {
     }
 
-    static void copy(quill_nyx_cancel_commit *dst, const quill_nyx_cancel_commit *src, copying &call) {
-        presence<quill_nyx_cancel_commit>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_cancel_commit *r) {
+        return uint64_t{0}
+            | held(r->string_1);
+    }
+
+    static QUILL_INLINE void copy_owned(
+            quill_nyx_cancel_commit *dst, const quill_nyx_cancel_commit *src, copying &call) {
         if (!copy_text(&dst->string_1, src->string_1, call)) {
             dst->has_string_1 = 0;
         }
     }
 
-    static void release(quill_nyx_cancel_commit *r, const releasing &call) {
+    static QUILL_INLINE void release(
+            quill_nyx_cancel_commit *r, const releasing &call) {
         release_text(&r->string_1, call);
     }
 };
@@ -2184,7 +2317,8 @@ struct codec<quill_nyx_discard_changes> {
     static bool occupied(const quill_nyx_discard_changes *) { return false; }
 
     template <class Pass>
-    static QUILL_INLINE uint64_t size(const quill_nyx_discard_changes *, Pass &pass) {
+    static QUILL_INLINE uint64_t size(
+            const quill_nyx_discard_changes *, Pass &pass) {
         return pass.leave(0);
     }
 
@@ -2195,7 +2329,7 @@ struct codec<quill_nyx_discard_changes> {
         return out.leave(place, end, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_INLINE const uint8_t * decode(
             quill_nyx_discard_changes *, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2217,7 +2351,9 @@ struct codec<quill_nyx_discard_changes> {
 
     static void set_defaults(quill_nyx_discard_changes *) {}
 
-    static void copy(quill_nyx_discard_changes *, const quill_nyx_discard_changes *, copying &) {}
+    static uint64_t holdings(const quill_nyx_discard_changes *) { return 0; }
+
+    static void copy_owned(quill_nyx_discard_changes *, const quill_nyx_discard_changes *, copying &) {}
 
     static void release(quill_nyx_discard_changes *, const releasing &) {}
 };
@@ -2253,7 +2389,8 @@ struct codec<quill_nyx_copy_config> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_copy_config *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_copy_config *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_copy_config>::bits(r);
         uint64_t size = 0;
         size += size_record<1>((has & bit::target) != 0, &r->target, pass);
@@ -2280,7 +2417,7 @@ struct codec<quill_nyx_copy_config> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_copy_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2354,8 +2491,18 @@ struct codec<quill_nyx_copy_config> {
     static void set_defaults(quill_nyx_copy_config *) {
     }
 
-    static void copy(quill_nyx_copy_config *dst, const quill_nyx_copy_config *src, copying &call) {
-        presence<quill_nyx_copy_config>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_copy_config *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_datastore>::holdings(&r->target)
+            | held(r->string_2)
+            | codec<quill_nyx_datastore>::holdings(&r->source)
+            | held(r->string_4)
+            | codec<quill_nyx_datatree>::holdings(&r->config)
+            | codec<quill_nyx_with_defaults>::holdings(&r->with_defaults);
+    }
+
+    static void copy_owned(
+            quill_nyx_copy_config *dst, const quill_nyx_copy_config *src, copying &call) {
         copy_record(&dst->target, &src->target, call);
         if (!copy_text(&dst->string_2, src->string_2, call)) {
             dst->has_string_2 = 0;
@@ -2368,7 +2515,8 @@ struct codec<quill_nyx_copy_config> {
         copy_record(&dst->with_defaults, &src->with_defaults, call);
     }
 
-    static void release(quill_nyx_copy_config *r, const releasing &call) {
+    static void release(
+            quill_nyx_copy_config *r, const releasing &call) {
         release_record(&r->target, call);
         release_text(&r->string_2, call);
         release_record(&r->source, call);
@@ -2401,7 +2549,8 @@ struct codec<quill_nyx_delete_config> {
     }
 
     template <class Pass>
-    static QUILL_INLINE uint64_t size(const quill_nyx_delete_config *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(
+            const quill_nyx_delete_config *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_delete_config>::bits(r);
         uint64_t size = 0;
         size += size_record<1>((has & bit::target) != 0, &r->target, pass);
@@ -2418,7 +2567,7 @@ struct codec<quill_nyx_delete_config> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_INLINE const uint8_t * decode(
             quill_nyx_delete_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2456,12 +2605,18 @@ struct codec<quill_nyx_delete_config> {
     static void set_defaults(quill_nyx_delete_config *) {
     }
 
-    static void copy(quill_nyx_delete_config *dst, const quill_nyx_delete_config *src, copying &call) {
-        presence<quill_nyx_delete_config>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_delete_config *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_datastore>::holdings(&r->target);
+    }
+
+    static QUILL_INLINE void copy_owned(
+            quill_nyx_delete_config *dst, const quill_nyx_delete_config *src, copying &call) {
         copy_record(&dst->target, &src->target, call);
     }
 
-    static void release(quill_nyx_delete_config *r, const releasing &call) {
+    static QUILL_INLINE void release(
+            quill_nyx_delete_config *r, const releasing &call) {
         release_record(&r->target, call);
     }
 };
@@ -2492,7 +2647,8 @@ struct codec<quill_nyx_get> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_get *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_get *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_get>::bits(r);
         uint64_t size = 0;
         size += size_record<1>((has & bit::filter) != 0, &r->filter, pass);
@@ -2513,7 +2669,7 @@ struct codec<quill_nyx_get> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_get *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2565,14 +2721,20 @@ struct codec<quill_nyx_get> {
     static void set_defaults(quill_nyx_get *) {
     }
 
-    static void copy(quill_nyx_get *dst, const quill_nyx_get *src, copying &call) {
-        presence<quill_nyx_get>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_get *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_filter>::holdings(&r->filter)
+            | codec<quill_nyx_with_defaults>::holdings(&r->with_defaults);
+    }
+
+    static void copy_owned(
+            quill_nyx_get *dst, const quill_nyx_get *src, copying &call) {
         copy_record(&dst->filter, &src->filter, call);
-        dst->uint32_2 = src->uint32_2;
         copy_record(&dst->with_defaults, &src->with_defaults, call);
     }
 
-    static void release(quill_nyx_get *r, const releasing &call) {
+    static void release(
+            quill_nyx_get *r, const releasing &call) {
         release_record(&r->filter, call);
         release_record(&r->with_defaults, call);
     }
@@ -2600,7 +2762,8 @@ struct codec<quill_nyx_mdt_yang_resolve> {
     }
 
     template <class Pass>
-    static QUILL_INLINE uint64_t size(const quill_nyx_mdt_yang_resolve *r, Pass &pass) {
+    static QUILL_INLINE uint64_t size(
+            const quill_nyx_mdt_yang_resolve *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_mdt_yang_resolve>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint64_1 ? size_varint<1>(r->uint64_1) : 0;
@@ -2617,7 +2780,7 @@ struct codec<quill_nyx_mdt_yang_resolve> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_INLINE const uint8_t * decode(
             quill_nyx_mdt_yang_resolve *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2653,10 +2816,9 @@ struct codec<quill_nyx_mdt_yang_resolve> {
     static void set_defaults(quill_nyx_mdt_yang_resolve *) {
     }
 
-    static void copy(quill_nyx_mdt_yang_resolve *dst, const quill_nyx_mdt_yang_resolve *src, copying &) {
-        presence<quill_nyx_mdt_yang_resolve>::copy(dst, src);
-        dst->uint64_1 = src->uint64_1;
-    }
+    static uint64_t holdings(const quill_nyx_mdt_yang_resolve *) { return 0; }
+
+    static void copy_owned(quill_nyx_mdt_yang_resolve *, const quill_nyx_mdt_yang_resolve *, copying &) {}
 
     static void release(quill_nyx_mdt_yang_resolve *, const releasing &) {}
 };
@@ -2684,7 +2846,8 @@ struct codec<quill_nyx_cli_show> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_cli_show *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_cli_show *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_cli_show>::bits(r);
         uint64_t size = 0;
         size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
@@ -2703,7 +2866,7 @@ struct codec<quill_nyx_cli_show> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_cli_show *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2745,15 +2908,20 @@ struct codec<quill_nyx_cli_show> {
     static void set_defaults(quill_nyx_cli_show *) {
     }
 
-    static void copy(quill_nyx_cli_show *dst, const quill_nyx_cli_show *src, copying &call) {
-        presence<quill_nyx_cli_show>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_cli_show *r) {
+        return uint64_t{0}
+            | held(r->string_1);
+    }
+
+    static void copy_owned(
+            quill_nyx_cli_show *dst, const quill_nyx_cli_show *src, copying &call) {
         if (!copy_text(&dst->string_1, src->string_1, call)) {
             dst->has_string_1 = 0;
         }
-        dst->uint32_2 = src->uint32_2;
     }
 
-    static void release(quill_nyx_cli_show *r, const releasing &call) {
+    static void release(
+            quill_nyx_cli_show *r, const releasing &call) {
         release_text(&r->string_1, call);
     }
 };
@@ -2784,7 +2952,8 @@ struct codec<quill_nyx_create_subscription> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_create_subscription *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_create_subscription *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_create_subscription>::bits(r);
         uint64_t size = 0;
         size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
@@ -2807,7 +2976,7 @@ struct codec<quill_nyx_create_subscription> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_create_subscription *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2863,17 +3032,22 @@ struct codec<quill_nyx_create_subscription> {
     static void set_defaults(quill_nyx_create_subscription *) {
     }
 
-    static void copy(quill_nyx_create_subscription *dst, const quill_nyx_create_subscription *src, copying &call) {
-        presence<quill_nyx_create_subscription>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_create_subscription *r) {
+        return uint64_t{0}
+            | held(r->string_1)
+            | codec<quill_nyx_filter>::holdings(&r->filter);
+    }
+
+    static void copy_owned(
+            quill_nyx_create_subscription *dst, const quill_nyx_create_subscription *src, copying &call) {
         if (!copy_text(&dst->string_1, src->string_1, call)) {
             dst->has_string_1 = 0;
         }
         copy_record(&dst->filter, &src->filter, call);
-        dst->uint32_3 = src->uint32_3;
-        dst->uint32_4 = src->uint32_4;
     }
 
-    static void release(quill_nyx_create_subscription *r, const releasing &call) {
+    static void release(
+            quill_nyx_create_subscription *r, const releasing &call) {
         release_text(&r->string_1, call);
         release_record(&r->filter, call);
     }
@@ -2903,7 +3077,8 @@ struct codec<quill_nyx_invoke_rpc> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_invoke_rpc *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_invoke_rpc *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_invoke_rpc>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
@@ -2922,7 +3097,7 @@ struct codec<quill_nyx_invoke_rpc> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_invoke_rpc *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2966,13 +3141,18 @@ struct codec<quill_nyx_invoke_rpc> {
     static void set_defaults(quill_nyx_invoke_rpc *) {
     }
 
-    static void copy(quill_nyx_invoke_rpc *dst, const quill_nyx_invoke_rpc *src, copying &call) {
-        presence<quill_nyx_invoke_rpc>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_invoke_rpc *r) {
+        return uint64_t{0}
+            | codec<quill_nyx_datatree>::holdings(&r->tree);
+    }
+
+    static void copy_owned(
+            quill_nyx_invoke_rpc *dst, const quill_nyx_invoke_rpc *src, copying &call) {
         copy_record(&dst->tree, &src->tree, call);
     }
 
-    static void release(quill_nyx_invoke_rpc *r, const releasing &call) {
+    static void release(
+            quill_nyx_invoke_rpc *r, const releasing &call) {
         release_record(&r->tree, call);
     }
 };
@@ -3002,7 +3182,8 @@ struct codec<quill_nyx_notification> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_notification *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_notification *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_notification>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32s_1 ? size_varints<1>(r->uint32s_1, r->uint32s_1_count) : 0;
@@ -3023,7 +3204,7 @@ struct codec<quill_nyx_notification> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_notification *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3073,16 +3254,22 @@ struct codec<quill_nyx_notification> {
     static void set_defaults(quill_nyx_notification *) {
     }
 
-    static void copy(quill_nyx_notification *dst, const quill_nyx_notification *src, copying &call) {
-        presence<quill_nyx_notification>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_notification *r) {
+        return uint64_t{0}
+            | held(r->uint32s_1) | r->uint32s_1_count
+            | codec<quill_nyx_datatree>::holdings(&r->tree);
+    }
+
+    static void copy_owned(
+            quill_nyx_notification *dst, const quill_nyx_notification *src, copying &call) {
         if (!copy_numbers(&dst->uint32s_1, &dst->uint32s_1_count, src->uint32s_1, src->uint32s_1_count, call)) {
             dst->has_uint32s_1 = 0;
         }
-        dst->uint32_2 = src->uint32_2;
         copy_record(&dst->tree, &src->tree, call);
     }
 
-    static void release(quill_nyx_notification *r, const releasing &call) {
+    static void release(
+            quill_nyx_notification *r, const releasing &call) {
         release_numbers(&r->uint32s_1, call);
         release_record(&r->tree, call);
     }
@@ -3112,7 +3299,8 @@ struct codec<quill_nyx_notification_internal> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_notification_internal *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_notification_internal *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_notification_internal>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
@@ -3133,7 +3321,7 @@ struct codec<quill_nyx_notification_internal> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_notification_internal *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3181,12 +3369,9 @@ struct codec<quill_nyx_notification_internal> {
     static void set_defaults(quill_nyx_notification_internal *) {
     }
 
-    static void copy(quill_nyx_notification_internal *dst, const quill_nyx_notification_internal *src, copying &) {
-        presence<quill_nyx_notification_internal>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
-        dst->uint32_2 = src->uint32_2;
-        dst->uint32_3 = src->uint32_3;
-    }
+    static uint64_t holdings(const quill_nyx_notification_internal *) { return 0; }
+
+    static void copy_owned(quill_nyx_notification_internal *, const quill_nyx_notification_internal *, copying &) {}
 
     static void release(quill_nyx_notification_internal *, const releasing &) {}
 };
@@ -3217,7 +3402,8 @@ struct codec<quill_nyx_notification_stream> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_notification_stream *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_notification_stream *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_notification_stream>::bits(r);
         uint64_t size = 0;
         size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
@@ -3242,7 +3428,7 @@ struct codec<quill_nyx_notification_stream> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_notification_stream *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3302,20 +3488,24 @@ struct codec<quill_nyx_notification_stream> {
     static void set_defaults(quill_nyx_notification_stream *) {
     }
 
-    static void copy(quill_nyx_notification_stream *dst, const quill_nyx_notification_stream *src, copying &call) {
-        presence<quill_nyx_notification_stream>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_notification_stream *r) {
+        return uint64_t{0}
+            | held(r->string_1)
+            | held(r->string_2);
+    }
+
+    static void copy_owned(
+            quill_nyx_notification_stream *dst, const quill_nyx_notification_stream *src, copying &call) {
         if (!copy_text(&dst->string_1, src->string_1, call)) {
             dst->has_string_1 = 0;
         }
         if (!copy_text(&dst->string_2, src->string_2, call)) {
             dst->has_string_2 = 0;
         }
-        dst->flag_3 = src->flag_3;
-        dst->uint32_4 = src->uint32_4;
-        dst->uint32_5 = src->uint32_5;
     }
 
-    static void release(quill_nyx_notification_stream *r, const releasing &call) {
+    static void release(
+            quill_nyx_notification_stream *r, const releasing &call) {
         release_text(&r->string_1, call);
         release_text(&r->string_2, call);
     }
@@ -3348,7 +3538,8 @@ struct codec<quill_nyx_logging_set> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_logging_set *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_logging_set *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_logging_set>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
@@ -3375,7 +3566,7 @@ struct codec<quill_nyx_logging_set> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_logging_set *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3442,15 +3633,9 @@ struct codec<quill_nyx_logging_set> {
         r->uint32_3 = 1;
     }
 
-    static void copy(quill_nyx_logging_set *dst, const quill_nyx_logging_set *src, copying &) {
-        presence<quill_nyx_logging_set>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
-        dst->uint32_2 = src->uint32_2;
-        dst->uint32_3 = src->uint32_3;
-        dst->flag_4 = src->flag_4;
-        dst->flag_5 = src->flag_5;
-        dst->flag_6 = src->flag_6;
-    }
+    static uint64_t holdings(const quill_nyx_logging_set *) { return 0; }
+
+    static void copy_owned(quill_nyx_logging_set *, const quill_nyx_logging_set *, copying &) {}
 
     static void release(quill_nyx_logging_set *, const releasing &) {}
 };
@@ -3478,7 +3663,8 @@ struct codec<quill_nyx_settings_set> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_settings_set *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_settings_set *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_settings_set>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
@@ -3497,7 +3683,7 @@ struct codec<quill_nyx_settings_set> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_settings_set *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3539,11 +3725,9 @@ struct codec<quill_nyx_settings_set> {
     static void set_defaults(quill_nyx_settings_set *) {
     }
 
-    static void copy(quill_nyx_settings_set *dst, const quill_nyx_settings_set *src, copying &) {
-        presence<quill_nyx_settings_set>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
-        dst->uint32_2 = src->uint32_2;
-    }
+    static uint64_t holdings(const quill_nyx_settings_set *) { return 0; }
+
+    static void copy_owned(quill_nyx_settings_set *, const quill_nyx_settings_set *, copying &) {}
 
     static void release(quill_nyx_settings_set *, const releasing &) {}
 };
@@ -3582,7 +3766,8 @@ struct codec<quill_nyx_schema> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_schema *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_schema *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_schema>::bits(r);
         uint64_t size = 0;
         if ((has & 0xFFU) != 0) {
@@ -3631,7 +3816,7 @@ struct codec<quill_nyx_schema> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_schema *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3739,8 +3924,20 @@ struct codec<quill_nyx_schema> {
     static void set_defaults(quill_nyx_schema *) {
     }
 
-    static void copy(quill_nyx_schema *dst, const quill_nyx_schema *src, copying &call) {
-        presence<quill_nyx_schema>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_schema *r) {
+        return uint64_t{0}
+            | held(r->string_1)
+            | held(r->string_2)
+            | held(r->string_3)
+            | held(r->string_5)
+            | held(r->string_6)
+            | held(r->string_7)
+            | held(r->string_12)
+            | held(r->string_13);
+    }
+
+    static void copy_owned(
+            quill_nyx_schema *dst, const quill_nyx_schema *src, copying &call) {
         if (!copy_text(&dst->string_1, src->string_1, call)) {
             dst->has_string_1 = 0;
         }
@@ -3750,7 +3947,6 @@ struct codec<quill_nyx_schema> {
         if (!copy_text(&dst->string_3, src->string_3, call)) {
             dst->has_string_3 = 0;
         }
-        dst->flag_4 = src->flag_4;
         if (!copy_text(&dst->string_5, src->string_5, call)) {
             dst->has_string_5 = 0;
         }
@@ -3760,10 +3956,6 @@ struct codec<quill_nyx_schema> {
         if (!copy_text(&dst->string_7, src->string_7, call)) {
             dst->has_string_7 = 0;
         }
-        dst->flag_8 = src->flag_8;
-        dst->flag_9 = src->flag_9;
-        dst->flag_10 = src->flag_10;
-        dst->flag_11 = src->flag_11;
         if (!copy_text(&dst->string_12, src->string_12, call)) {
             dst->has_string_12 = 0;
         }
@@ -3772,7 +3964,8 @@ struct codec<quill_nyx_schema> {
         }
     }
 
-    static void release(quill_nyx_schema *r, const releasing &call) {
+    static void release(
+            quill_nyx_schema *r, const releasing &call) {
         release_text(&r->string_1, call);
         release_text(&r->string_2, call);
         release_text(&r->string_3, call);
@@ -3797,7 +3990,8 @@ struct codec<quill_nyx_schemas_list> {
     static bool occupied(const quill_nyx_schemas_list *) { return false; }
 
     template <class Pass>
-    static QUILL_INLINE uint64_t size(const quill_nyx_schemas_list *, Pass &pass) {
+    static QUILL_INLINE uint64_t size(
+            const quill_nyx_schemas_list *, Pass &pass) {
         return pass.leave(0);
     }
 
@@ -3808,7 +4002,7 @@ struct codec<quill_nyx_schemas_list> {
         return out.leave(place, end, end);
     }
 
-    static const uint8_t *decode(
+    static QUILL_INLINE const uint8_t * decode(
             quill_nyx_schemas_list *, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3830,7 +4024,9 @@ struct codec<quill_nyx_schemas_list> {
 
     static void set_defaults(quill_nyx_schemas_list *) {}
 
-    static void copy(quill_nyx_schemas_list *, const quill_nyx_schemas_list *, copying &) {}
+    static uint64_t holdings(const quill_nyx_schemas_list *) { return 0; }
+
+    static void copy_owned(quill_nyx_schemas_list *, const quill_nyx_schemas_list *, copying &) {}
 
     static void release(quill_nyx_schemas_list *, const releasing &) {}
 };
@@ -3902,7 +4098,8 @@ struct codec<quill_nyx_request> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_request *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_request *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_request>::bits(r);
         uint64_t size = 0;
         uint64_t found = 0;
@@ -4008,7 +4205,7 @@ struct codec<quill_nyx_request> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_request *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4237,16 +4434,36 @@ struct codec<quill_nyx_request> {
         codec<quill_nyx_logging_set>::set_defaults(&r->logging_set);
     }
 
-    static void copy(quill_nyx_request *dst, const quill_nyx_request *src, copying &call) {
-        presence<quill_nyx_request>::copy(dst, src);
-        dst->type = src->type;
-        dst->session_id = src->session_id;
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_request *r) {
+        return uint64_t{0}
+            | held(r->message_id)
+            | codec<quill_nyx_get_config>::holdings(&r->get_config)
+            | codec<quill_nyx_edit_config>::holdings(&r->edit_config)
+            | codec<quill_nyx_validate>::holdings(&r->validate)
+            | codec<quill_nyx_lock>::holdings(&r->lock)
+            | codec<quill_nyx_unlock>::holdings(&r->unlock)
+            | codec<quill_nyx_commit>::holdings(&r->commit)
+            | codec<quill_nyx_cancel_commit>::holdings(&r->cancel_commit)
+            | codec<quill_nyx_discard_changes>::holdings(&r->discard_changes)
+            | codec<quill_nyx_copy_config>::holdings(&r->copy_config)
+            | codec<quill_nyx_get>::holdings(&r->get)
+            | codec<quill_nyx_start_session>::holdings(&r->start_session)
+            | codec<quill_nyx_stop_session>::holdings(&r->stop_session)
+            | codec<quill_nyx_logging_set>::holdings(&r->logging_set)
+            | codec<quill_nyx_schemas_list>::holdings(&r->schemas_list)
+            | codec<quill_nyx_cli_show>::holdings(&r->cli_show)
+            | codec<quill_nyx_cli_config>::holdings(&r->cli_config)
+            | codec<quill_nyx_settings_set>::holdings(&r->settings_set)
+            | codec<quill_nyx_mdt_yang_resolve>::holdings(&r->mdt_yang_resolve)
+            | codec<quill_nyx_invoke_rpc>::holdings(&r->invoke_rpc)
+            | codec<quill_nyx_create_subscription>::holdings(&r->create_subscription);
+    }
+
+    static void copy_owned(
+            quill_nyx_request *dst, const quill_nyx_request *src, copying &call) {
         if (!copy_text(&dst->message_id, src->message_id, call)) {
             dst->has_message_id = 0;
         }
-        dst->uint32_4 = src->uint32_4;
-        dst->flag_5 = src->flag_5;
-        dst->flag_6 = src->flag_6;
         copy_record(&dst->get_config, &src->get_config, call);
         copy_record(&dst->edit_config, &src->edit_config, call);
         copy_record(&dst->validate, &src->validate, call);
@@ -4269,7 +4486,8 @@ struct codec<quill_nyx_request> {
         copy_record(&dst->create_subscription, &src->create_subscription, call);
     }
 
-    static void release(quill_nyx_request *r, const releasing &call) {
+    static void release(
+            quill_nyx_request *r, const releasing &call) {
         release_text(&r->message_id, call);
         release_record(&r->get_config, call);
         release_record(&r->edit_config, call);
@@ -4317,7 +4535,8 @@ struct codec<quill_nyx_error_message> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_error_message *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_error_message *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_error_message>::bits(r);
         uint64_t size = 0;
         size += has & bit::string_1 ? size_text<1>(r->string_1, pass) : 0;
@@ -4336,7 +4555,7 @@ struct codec<quill_nyx_error_message> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_error_message *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4378,8 +4597,14 @@ struct codec<quill_nyx_error_message> {
     static void set_defaults(quill_nyx_error_message *) {
     }
 
-    static void copy(quill_nyx_error_message *dst, const quill_nyx_error_message *src, copying &call) {
-        presence<quill_nyx_error_message>::copy(dst, src);
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_error_message *r) {
+        return uint64_t{0}
+            | held(r->string_1)
+            | held(r->text);
+    }
+
+    static void copy_owned(
+            quill_nyx_error_message *dst, const quill_nyx_error_message *src, copying &call) {
         if (!copy_text(&dst->string_1, src->string_1, call)) {
             dst->has_string_1 = 0;
         }
@@ -4388,7 +4613,8 @@ struct codec<quill_nyx_error_message> {
         }
     }
 
-    static void release(quill_nyx_error_message *r, const releasing &call) {
+    static void release(
+            quill_nyx_error_message *r, const releasing &call) {
         release_text(&r->string_1, call);
         release_text(&r->text, call);
     }
@@ -4425,7 +4651,8 @@ struct codec<quill_nyx_error> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_error *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_error *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_error>::bits(r);
         uint64_t size = 0;
         size += has & bit::error_type ? size_varint<1>(r->error_type) : 0;
@@ -4454,7 +4681,7 @@ struct codec<quill_nyx_error> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_error *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4532,13 +4759,20 @@ struct codec<quill_nyx_error> {
     static void set_defaults(quill_nyx_error *) {
     }
 
-    static void copy(quill_nyx_error *dst, const quill_nyx_error *src, copying &call) {
-        presence<quill_nyx_error>::copy(dst, src);
-        dst->error_type = src->error_type;
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_error *r) {
+        return uint64_t{0}
+            | held(r->error_tag)
+            | held(r->error_app_tag)
+            | codec<quill_nyx_datatree>::holdings(&r->error_path)
+            | codec<quill_nyx_error_message>::holdings(&r->error_message)
+            | codec<quill_nyx_datatree>::holdings(&r->error_info);
+    }
+
+    static void copy_owned(
+            quill_nyx_error *dst, const quill_nyx_error *src, copying &call) {
         if (!copy_text(&dst->error_tag, src->error_tag, call)) {
             dst->has_error_tag = 0;
         }
-        dst->error_severity = src->error_severity;
         if (!copy_text(&dst->error_app_tag, src->error_app_tag, call)) {
             dst->has_error_app_tag = 0;
         }
@@ -4547,7 +4781,8 @@ struct codec<quill_nyx_error> {
         copy_record(&dst->error_info, &src->error_info, call);
     }
 
-    static void release(quill_nyx_error *r, const releasing &call) {
+    static void release(
+            quill_nyx_error *r, const releasing &call) {
         release_text(&r->error_tag, call);
         release_text(&r->error_app_tag, call);
         release_record(&r->error_path, call);
@@ -4582,7 +4817,8 @@ struct codec<quill_nyx_request_result> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_request_result *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_request_result *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_request_result>::bits(r);
         uint64_t size = 0;
         size += has & bit::uint32_1 ? size_varint<1>(r->uint32_1) : 0;
@@ -4605,7 +4841,7 @@ struct codec<quill_nyx_request_result> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_request_result *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4661,17 +4897,22 @@ struct codec<quill_nyx_request_result> {
     static void set_defaults(quill_nyx_request_result *) {
     }
 
-    static void copy(quill_nyx_request_result *dst, const quill_nyx_request_result *src, copying &call) {
-        presence<quill_nyx_request_result>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
-        dst->uint32_2 = src->uint32_2;
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_request_result *r) {
+        return uint64_t{0}
+            | held(r->string_3)
+            | codec<quill_nyx_error>::holdings(&r->error);
+    }
+
+    static void copy_owned(
+            quill_nyx_request_result *dst, const quill_nyx_request_result *src, copying &call) {
         if (!copy_text(&dst->string_3, src->string_3, call)) {
             dst->has_string_3 = 0;
         }
         copy_record(&dst->error, &src->error, call);
     }
 
-    static void release(quill_nyx_request_result *r, const releasing &call) {
+    static void release(
+            quill_nyx_request_result *r, const releasing &call) {
         release_text(&r->string_3, call);
         release_record(&r->error, call);
     }
@@ -4709,7 +4950,8 @@ struct codec<quill_nyx_response> {
     }
 
     template <class Pass>
-    static uint64_t size(const quill_nyx_response *r, Pass &pass) {
+    static uint64_t size(
+            const quill_nyx_response *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_response>::bits(r);
         uint64_t size = 0;
         if ((has & 0xFFU) != 0
@@ -4754,7 +4996,7 @@ struct codec<quill_nyx_response> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t *decode(
+    static const uint8_t * decode(
             quill_nyx_response *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4842,10 +5084,18 @@ struct codec<quill_nyx_response> {
     static void set_defaults(quill_nyx_response *) {
     }
 
-    static void copy(quill_nyx_response *dst, const quill_nyx_response *src, copying &call) {
-        presence<quill_nyx_response>::copy(dst, src);
-        dst->uint32_1 = src->uint32_1;
-        dst->uint32_2 = src->uint32_2;
+    static QUILL_INLINE uint64_t holdings(const quill_nyx_response *r) {
+        return uint64_t{0}
+            | held(r->string_3)
+            | held(r->schemas) | r->schemas_count
+            | held(r->streams) | r->streams_count
+            | codec<quill_nyx_datatree>::holdings(&r->tree)
+            | codec<quill_nyx_error>::holdings(&r->error)
+            | held(r->errors) | r->errors_count;
+    }
+
+    static void copy_owned(
+            quill_nyx_response *dst, const quill_nyx_response *src, copying &call) {
         if (!copy_text(&dst->string_3, src->string_3, call)) {
             dst->has_string_3 = 0;
         }
@@ -4860,10 +5110,10 @@ struct codec<quill_nyx_response> {
         if (!copy_records(&dst->errors, &dst->errors_count, src->errors, src->errors_count, call)) {
             dst->has_errors = 0;
         }
-        dst->flag_35 = src->flag_35;
     }
 
-    static void release(quill_nyx_response *r, const releasing &call) {
+    static void release(
+            quill_nyx_response *r, const releasing &call) {
         release_text(&r->string_3, call);
         release_records(&r->schemas, &r->schemas_count, call);
         release_records(&r->streams, &r->streams_count, call);

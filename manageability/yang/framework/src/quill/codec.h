@@ -8,8 +8,10 @@
 //   occupied                      whether a presence bit is set at any inline depth: otherwise it encodes to nothing
 //   has_spare_bits, keep_spare_bits, set_defaults
 //                                 what a reset leaves, and the reset values that are not zero
-//   size, write, decode, copy, release
-// as short lists of calls to the rules of encode.h, decode.h and lifetime.h, one line a member.
+//   holdings                      0 when no pointer and no count is set at any inline depth: it owns nothing
+//   size, write, decode, copy_owned, release
+// as short lists of calls to the rules of encode.h, decode.h and lifetime.h, one line a member. A record that is its
+// own element has each of the last five with _levels and a number as well: that many levels share a frame.
 #ifndef QUILL_CODEC_H
 #define QUILL_CODEC_H
 
@@ -81,13 +83,9 @@ struct presence {
             image[offset + k] = static_cast<uint8_t>(~mask(k));
         }
     }
-
-    static QUILL_INLINE void copy(Record *dst, const Record *src) {
-        for (std::size_t k = 0; k < bytes; ++k) {
-            of(dst)[k] = static_cast<uint8_t>((of(dst)[k] & ~mask(k)) | (of(src)[k] & mask(k)));
-        }
-    }
 };
+
+QUILL_INLINE uint64_t held(const void *block) { return reinterpret_cast<uintptr_t>(block); }
 
 // Zeroes a record: a small one with plain stores, a large one by the C library. GCC would make a slow string
 // instruction of either if it knew the size and saw a memset.
@@ -108,7 +106,26 @@ QUILL_INLINE void zero_record(Record *record) {
     }
 }
 
-// What a reset leaves of a record: the presence bits that belong to no member, at any inline depth.
+// Copies a record byte by byte, for GCC with the same precaution.
+template <class Record>
+QUILL_INLINE void copy_record_bytes(Record *dst, const Record *src) {
+    std::size_t left = sizeof(Record);
+    auto *to = reinterpret_cast<uint8_t *>(dst);
+    const auto *from = reinterpret_cast<const uint8_t *>(src);
+    if constexpr (sizeof(Record) > 256) {
+        __asm__("" : "+r"(left));
+        std::memcpy(to, from, left);
+        return;
+    }
+    for (; left >= sizeof(__m128i); left -= sizeof(__m128i), to += sizeof(__m128i), from += sizeof(__m128i)) {
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(to), _mm_loadu_si128(reinterpret_cast<const __m128i *>(from)));
+    }
+    for (; left != 0; --left) {
+        *to++ = *from++;
+    }
+}
+
+// What resets and copies leave of a record: the presence bits that belong to no member, at any inline depth.
 template <class Record>
 struct kept_bits {
     uint8_t image[sizeof(Record)] = {};
@@ -137,6 +154,16 @@ QUILL_NOINLINE void reset_record(Record *record) {
         zero_record(record);
     }
     codec<Record>::set_defaults(record);
+}
+
+template <class Record>
+QUILL_NOINLINE void copy_around_spare_bits(Record *dst, const Record *src) {
+    auto *to = reinterpret_cast<uint8_t *>(dst);
+    const auto *from = reinterpret_cast<const uint8_t *>(src);
+    for (std::size_t i = 0; i < sizeof(Record); ++i) {
+        const uint8_t keep = kept_bits_of<Record>.image[i];
+        to[i] = static_cast<uint8_t>((to[i] & keep) | (from[i] & ~keep));
+    }
 }
 
 // memcpy for the short texts that messages are made of: two overlapping moves instead of a call.

@@ -172,7 +172,7 @@ QUILL_NOINLINE inline const uint8_t *decode_text(char **member, const uint8_t *a
 }
 
 // Decodes a nested record. The holder's reset covers its first occurrence; later ones start afresh.
-template <class Record>
+template <int Levels = 0, class Record>
 QUILL_INLINE const uint8_t *decode_record(bool occurred, Record *member, const uint8_t *at, const uint8_t *end,
                                           decoding &in) {
     uint32_t length = 0;
@@ -183,7 +183,11 @@ QUILL_INLINE const uint8_t *decode_record(bool occurred, Record *member, const u
     if (occurred) {
         reset_record(member);
     }
-    return codec<Record>::decode(member, at, at + length, in);
+    if constexpr (Levels > 1) {
+        return codec<Record>::template decode_levels<Levels - 1>(member, at, at + length, in);
+    } else {
+        return codec<Record>::decode(member, at, at + length, in);
+    }
 }
 
 // Steps over a value: a varint or a length with its bytes.
@@ -275,7 +279,7 @@ QUILL_NOINLINE inline const uint8_t *decode_numbers(uint32_t field, uint32_t **a
 
 // The elements are zeroed one by one, each just before it is filled, while it is in reach anyway; what a failure leaves
 // behind is zeroed like the rest of the array.
-template <class Record>
+template <int Levels = 0, class Record>
 QUILL_INLINE const uint8_t *decode_records(uint32_t field, Record **array, uint32_t *count, const uint8_t *at,
                                            const uint8_t *end, decoding &in) {
     if (!start_run<wire_bytes>(field, array, count, at, end, in)) {
@@ -288,7 +292,7 @@ QUILL_INLINE const uint8_t *decode_records(uint32_t field, Record **array, uint3
             codec<Record>::set_defaults(element);
         }
         at = element == *array ? at : quill_read_varint32(nullptr, at, end, in);
-        at = at != nullptr ? decode_record(false, element, at, end, in) : nullptr;
+        at = at != nullptr ? decode_record<Levels>(false, element, at, end, in) : nullptr;
         if (at == nullptr) {
             std::memset(static_cast<void *>(element + 1), 0, uint64_t{left - 1} * sizeof(Record));
             return nullptr;

@@ -20,22 +20,21 @@ struct copying {
     }
 };
 
-// The copies of members that own blocks tell whether they got their own block; a member without it loses its presence
-// bit. What fails deeper is seen in the call's result alone.
+// A record is first copied byte by byte; then each member that owns a block gets its own, or becomes empty. These rules
+// tell whether it could: a member without its block loses its presence bit. What fails deeper is seen in the call's
+// result alone.
 
 QUILL_INLINE bool copy_text(char **dst, const char *src, copying &call) {
-    *dst = nullptr;
     if (src == nullptr) {
         return true;
     }
     const uint64_t size = std::strlen(src) + 1;
     auto *text = static_cast<char *>(call.take(size));
-    if (text == nullptr) {
-        return false;
+    if (text != nullptr) {
+        copy_bytes(text, src, size);
     }
-    copy_bytes(text, src, size);
     *dst = text;
-    return true;
+    return text != nullptr;
 }
 
 // Gives the destination its array, not yet filled. A source without elements or without an array is empty.
@@ -65,29 +64,44 @@ inline bool copy_numbers(uint32_t **dst, uint32_t *dst_count, const uint32_t *sr
 inline bool copy_texts(char ***dst, uint32_t *dst_count, char *const *src, uint32_t count, copying &call) {
     const bool copied = copy_array(dst, dst_count, const_cast<char **>(src), count, call);
     for (uint32_t i = 0; i < *dst_count; ++i) {
+        (*dst)[i] = nullptr;
         copy_text(*dst + i, src[i], call);
     }
     return copied;
 }
 
-template <class Record>
+template <int Levels = 0, class Record>
 QUILL_INLINE bool copy_records(Record **dst, uint32_t *dst_count, const Record *src, uint32_t count, copying &call) {
     const bool copied = copy_array(dst, dst_count, src, count, call);
     for (uint32_t i = 0; i < *dst_count; ++i) {
-        codec<Record>::copy(*dst + i, src + i, call);
+        copy_record_bytes(*dst + i, src + i);
+        if constexpr (Levels > 1) {
+            codec<Record>::template copy_owned_levels<Levels - 1>(*dst + i, src + i, call);
+        } else {
+            codec<Record>::copy_owned(*dst + i, src + i, call);
+        }
     }
     return copied;
 }
 
 template <class Record>
 QUILL_INLINE void copy_record(Record *dst, const Record *src, copying &call) {
-    codec<Record>::copy(dst, src, call);
+    if (codec<Record>::holdings(src) != 0) {
+        codec<Record>::copy_owned(dst, src, call);
+    }
 }
 
 template <class Record>
 int32_t duplicate(Record *dst, const Record *src, quill_alloc_fn alloc, void *alloc_ctx) {
     copying call = {alloc, alloc_ctx, 0};
-    codec<Record>::copy(dst, src, call);
+    if constexpr (codec<Record>::members != 0) {
+        if (codec<Record>::has_spare_bits(dst) || codec<Record>::has_spare_bits(src)) {
+            copy_around_spare_bits(dst, src);
+        } else {
+            copy_record_bytes(dst, src);
+        }
+        codec<Record>::copy_owned(dst, src, call);
+    }
     return call.result;
 }
 
@@ -126,13 +140,17 @@ inline void release_numbers(uint32_t **array, const releasing &call) {
 }
 
 // The count and the array are read anew on each pass: the free function may look at the record and change them.
-template <class Record>
+template <int Levels = 0, class Record>
 QUILL_INLINE void release_records(Record **array, uint32_t *count, const releasing &call) {
     if (*array == nullptr) {
         return;
     }
     for (uint32_t i = 0; i < *count; ++i) {
-        codec<Record>::release(*array + i, call);
+        if constexpr (Levels > 1) {
+            codec<Record>::template release_levels<Levels - 1>(*array + i, call);
+        } else {
+            codec<Record>::release(*array + i, call);
+        }
     }
     call.give(*array);
     *array = nullptr;
@@ -141,7 +159,9 @@ QUILL_INLINE void release_records(Record **array, uint32_t *count, const releasi
 
 template <class Record>
 QUILL_INLINE void release_record(Record *record, const releasing &call) {
-    codec<Record>::release(record, call);
+    if (codec<Record>::holdings(record) != 0) {
+        codec<Record>::release(record, call);
+    }
 }
 
 template <class Record>
