@@ -160,6 +160,7 @@ struct signature {
     std::string name;
     std::string parameters;  // with $r$ for the record's type
     std::string arguments;   // the parameters' names
+    std::string levels = "levels_in_a_frame";
 };
 
 // The opening of a codec function. That of a record that holds itself takes several levels into one frame.
@@ -168,6 +169,7 @@ void open_function(const record &r, const signature &function, Printer &out) {
                        {"result", function.result},
                        {"name", function.name},
                        {"args", function.arguments},
+                       {"levels", function.levels},
                        {"inline", inlining(r)},
                        {"r", r.c_name},
                        {"comma", function.template_parameter.empty() ? "" : ", "}};
@@ -188,7 +190,7 @@ void open_function(const record &r, const signature &function, Printer &out) {
     }
     out.Print(names,
               "    static QUILL_NOINLINE $result$ $name$(\n            $params$) {\n"
-              "        return $name$_levels<levels_in_a_frame>($args$);\n"
+              "        return $name$_levels<$levels$>($args$);\n"
               "    }\n\n"
               "    template <int Levels$comma$$t$>\n"
               "    static QUILL_INLINE $result$ $name$_levels(\n            $params$) {\n");

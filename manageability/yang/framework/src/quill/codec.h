@@ -39,6 +39,7 @@ inline constexpr uint32_t wire_fixed32 = 5;
 // Levels of a record that holds itself which share a frame. Deep trees wait for their returns, which the processor
 // predicts for a few calls only: every call saved counts.
 inline constexpr int levels_in_a_frame = 3;
+inline constexpr int decode_levels_in_a_frame = 2;  // its code is the longest
 
 constexpr uint32_t tag_of(uint32_t field, uint32_t wire_type) {
     return field << 3U | wire_type;
@@ -85,7 +86,9 @@ struct presence {
     }
 };
 
-QUILL_INLINE uint64_t held(const void *block) { return reinterpret_cast<uintptr_t>(block); }
+QUILL_INLINE uint64_t held(const void *block) {
+    return reinterpret_cast<uintptr_t>(block);
+}
 
 // Zeroes a record: a small one with plain stores, a large one by the C library. GCC would make a slow string
 // instruction of either if it knew the size and saw a memset.
