@@ -50,7 +50,7 @@ class run {
         return table_.decode(record.get(), message_.get(), size_, counting_allocator::alloc, &blocks, 0);
     }
 
-    std::vector<uint8_t> encode(const raw_record &record) {
+    [[nodiscard]] std::vector<uint8_t> encode(const raw_record &record) const {
         std::vector<uint8_t> out(table_.encode(record.get(), nullptr, 0, nullptr, nullptr, 0));
         REQUIRE(table_.encode(record.get(), out.data(), out.size(), nullptr, nullptr, 0) == out.size(), table_.name);
         return out;

@@ -1,8 +1,8 @@
 #include "model.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
+#include <set>
 #include <string_view>
 
 #include "quill_options.pb.h"
@@ -35,10 +35,100 @@ std::string upper_case(std::string text) {
 
 // The members whose names the struct cannot bear as they are: the header serves C++ too.
 std::string struct_spelling(const std::string &name) {
-    static constexpr std::array<std::string_view, 12> keywords = {"class",  "default",  "delete",   "explicit",
-                                                                  "export", "new",      "operator", "private",
-                                                                  "public", "template", "this",     "namespace"};
-    return std::find(keywords.begin(), keywords.end(), name) != keywords.end() ? name + "_" : name;
+    static const std::set<std::string_view> keywords = {"alignas",
+                                                        "alignof",
+                                                        "and",
+                                                        "and_eq",
+                                                        "asm",
+                                                        "auto",
+                                                        "bitand",
+                                                        "bitor",
+                                                        "bool",
+                                                        "break",
+                                                        "case",
+                                                        "catch",
+                                                        "char",
+                                                        "char16_t",
+                                                        "char32_t",
+                                                        "char8_t",
+                                                        "class",
+                                                        "co_await",
+                                                        "co_return",
+                                                        "co_yield",
+                                                        "compl",
+                                                        "concept",
+                                                        "const",
+                                                        "const_cast",
+                                                        "consteval",
+                                                        "constexpr",
+                                                        "constinit",
+                                                        "continue",
+                                                        "decltype",
+                                                        "default",
+                                                        "delete",
+                                                        "do",
+                                                        "double",
+                                                        "dynamic_cast",
+                                                        "else",
+                                                        "enum",
+                                                        "explicit",
+                                                        "export",
+                                                        "extern",
+                                                        "false",
+                                                        "float",
+                                                        "for",
+                                                        "friend",
+                                                        "goto",
+                                                        "if",
+                                                        "inline",
+                                                        "int",
+                                                        "long",
+                                                        "mutable",
+                                                        "namespace",
+                                                        "new",
+                                                        "noexcept",
+                                                        "not",
+                                                        "not_eq",
+                                                        "nullptr",
+                                                        "operator",
+                                                        "or",
+                                                        "or_eq",
+                                                        "private",
+                                                        "protected",
+                                                        "public",
+                                                        "register",
+                                                        "reinterpret_cast",
+                                                        "requires",
+                                                        "restrict",
+                                                        "return",
+                                                        "short",
+                                                        "signed",
+                                                        "sizeof",
+                                                        "static",
+                                                        "static_assert",
+                                                        "static_cast",
+                                                        "struct",
+                                                        "switch",
+                                                        "template",
+                                                        "this",
+                                                        "thread_local",
+                                                        "throw",
+                                                        "true",
+                                                        "try",
+                                                        "typedef",
+                                                        "typeid",
+                                                        "typename",
+                                                        "union",
+                                                        "unsigned",
+                                                        "using",
+                                                        "virtual",
+                                                        "void",
+                                                        "volatile",
+                                                        "wchar_t",
+                                                        "while",
+                                                        "xor",
+                                                        "xor_eq"};
+    return keywords.contains(name) ? name + "_" : name;
 }
 
 // The comment written before or behind a declaration, folded into one line.
@@ -220,8 +310,7 @@ std::optional<message_file> build_model(const pb::FileDescriptor &file, std::str
     for (int i = 0; i < file.message_type_count(); ++i) {
         const pb::Descriptor &message = *file.message_type(i);
         record r;
-        r.name = snake_case(message.name());
-        r.c_name = model.prefix + "_" + r.name;
+        r.c_name = model.prefix + "_" + snake_case(message.name());
         r.meaning = comment_of(message);
         for (int k = 0; k < message.field_count(); ++k) {
             if (!add_member(r, *message.field(k), model, error)) {

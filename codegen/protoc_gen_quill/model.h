@@ -41,7 +41,6 @@ struct member {
 };
 
 struct record {
-    std::string name;    // such as data-tree's "datatree"
     std::string c_name;  // such as "quill_nyx_datatree"
     std::string meaning;
     std::vector<member> members;  // in declaration order, which is also the order on the wire

@@ -28,15 +28,20 @@ variables variables_of(const record &r, const member &m) {
 }
 
 struct rule {
-    member_kind kind;
+    std::set<member_kind> kinds;
     const char *line;
 };
+
+const std::set<member_kind> numbers = {{member_kind::number32}, member_kind::number64};
+const std::set<member_kind> flags = {{member_kind::flag}, member_kind::wide_flag};
+const std::set<member_kind> varints = {
+    {member_kind::number32}, member_kind::number64, member_kind::flag, member_kind::wide_flag};
 
 // The line that a member of each kind adds to a function; a kind that is not listed adds none.
 template <size_t N>
 void print_rule(const rule (&rules)[N], const record &r, const member &m, Printer &out) {
     for (const rule &candidate : rules) {
-        if (candidate.kind == m.kind) {
+        if (candidate.kinds.contains(m.kind)) {
             out.Print(variables_of(r, m), candidate.line);
         }
     }
@@ -145,8 +150,8 @@ std::string group_condition(const record &r, size_t first, size_t last) {
     return out.str();
 }
 
-// Records of one member are taken into their holders. What a recursive record holds stays out of it: that keeps the
-// frame of a level of nesting small.
+// Records of a single member, or of none, are taken into their holders. What a recursive record holds stays out of it:
+// that keeps the frame of a level of nesting small.
 std::string inlining(const record &r) {
     if (r.members.size() <= 1) {
         return "QUILL_INLINE ";
@@ -156,44 +161,41 @@ std::string inlining(const record &r) {
 
 struct signature {
     std::string template_parameter;  // such as "class Pass", or empty
-    std::string result;
+    std::string result;              // with the blank behind it
     std::string name;
-    std::string parameters;  // with $r$ for the record's type
-    std::string arguments;   // the parameters' names
+    std::string parameters;
+    std::string arguments;  // the parameters' names
     std::string levels = "levels_in_a_frame";
 };
 
 // The opening of a codec function. That of a record that holds itself takes several levels into one frame.
 void open_function(const record &r, const signature &function, Printer &out) {
-    variables names = {{"t", function.template_parameter},
-                       {"result", function.result},
-                       {"name", function.name},
-                       {"args", function.arguments},
-                       {"levels", function.levels},
-                       {"inline", inlining(r)},
-                       {"r", r.c_name},
-                       {"comma", function.template_parameter.empty() ? "" : ", "}};
-    std::string parameters = function.parameters;
-    for (size_t at = parameters.find("$r$"); at != std::string::npos; at = parameters.find("$r$")) {
-        parameters.replace(at, 3, r.c_name);
-    }
-    names["params"] = parameters;
-    if (!function.template_parameter.empty() && !r.recursive) {
-        out.Print(names, "    template <$t$>\n");
+    const variables names = {{"template", function.template_parameter},
+                             {"result", function.result},
+                             {"name", function.name},
+                             {"parameters", function.parameters},
+                             {"arguments", function.arguments},
+                             {"levels", function.levels},
+                             {"inline", inlining(r)}};
+    const bool generic = !function.template_parameter.empty();
+    if (generic) {
+        out.Print(names, "    template <$template$>\n");
     }
     if (!r.recursive) {
-        out.Print(names, "    static $inline$$result$ $name$(\n            $params$) {\n");
+        out.Print(names, "    static $inline$$result$$name$(\n            $parameters$) {\n");
         return;
     }
-    if (!function.template_parameter.empty()) {
-        out.Print(names, "    template <$t$>\n");
-    }
     out.Print(names,
-              "    static QUILL_NOINLINE $result$ $name$(\n            $params$) {\n"
-              "        return $name$_levels<$levels$>($args$);\n"
-              "    }\n\n"
-              "    template <int Levels$comma$$t$>\n"
-              "    static QUILL_INLINE $result$ $name$_levels(\n            $params$) {\n");
+              "    static QUILL_NOINLINE $result$$name$(\n            $parameters$) {\n"
+              "        return $name$_levels<$levels$>($arguments$);\n"
+              "    }\n\n");
+    out.Print(names, generic ? "    template <int Levels, $template$>\n" : "    template <int Levels>\n");
+    out.Print(names, "    static QUILL_INLINE $result$$name$_levels(\n            $parameters$) {\n");
+}
+
+// The record as a function's parameter; without members it is not used.
+std::string record_parameter(const record &r, const char *qualifier = "") {
+    return qualifier + r.c_name + " *" + (r.members.empty() ? "" : "r");
 }
 
 // A record of many groups tells the writing pass which of them are empty.
@@ -219,21 +221,18 @@ void print_group(const std::string &condition, size_t first, size_t last, Printe
 
 void write_size(const record &r, Printer &out) {
     static const rule rules[] = {
-        {member_kind::number32, "        size += has & bit::$m$ ? size_varint<$f$>(r->$m$) : 0;\n"},
-        {member_kind::number64, "        size += has & bit::$m$ ? size_varint<$f$>(r->$m$) : 0;\n"},
-        {member_kind::flag, "        size += has & bit::$m$ ? size_varint<$f$>(r->$m$) : 0;\n"},
-        {member_kind::wide_flag, "        size += has & bit::$m$ ? size_varint<$f$>(r->$m$) : 0;\n"},
-        {member_kind::text, "        size += has & bit::$m$ ? size_text<$f$>(r->$m$, pass) : 0;\n"},
-        {member_kind::texts, "        size += has & bit::$m$ ? size_texts<$f$>(r->$m$, r->$m$_count, pass) : 0;\n"},
-        {member_kind::numbers32, "        size += has & bit::$m$ ? size_varints<$f$>(r->$m$, r->$m$_count) : 0;\n"},
-        {member_kind::record, "        size += size_record<$f$>((has & bit::$m$) != 0, &r->$m$, pass);\n"},
-        {member_kind::records,
+        {varints, "        size += has & bit::$m$ ? size_varint<$f$>(r->$m$) : 0;\n"},
+        {{member_kind::text}, "        size += has & bit::$m$ ? size_text<$f$>(r->$m$, pass) : 0;\n"},
+        {{member_kind::texts}, "        size += has & bit::$m$ ? size_texts<$f$>(r->$m$, r->$m$_count, pass) : 0;\n"},
+        {{member_kind::numbers32}, "        size += has & bit::$m$ ? size_varints<$f$>(r->$m$, r->$m$_count) : 0;\n"},
+        {{member_kind::record}, "        size += size_record<$f$>((has & bit::$m$) != 0, &r->$m$, pass);\n"},
+        {{member_kind::records},
          "        size += has & bit::$m$ ? size_records<$f$$levels$>(r->$m$, r->$m$_count, pass) : 0;\n"},
     };
     static const char noting[] =
-        "        size += note(found, bit::$m$, size_record<$f$>((has & bit::$m$) != 0, &r->$m$, pass));\n";
-    const char *record_parameter = r.members.empty() ? "const $r$ *" : "const $r$ *r";
-    open_function(r, {"class Pass", "uint64_t", "size", record_parameter + std::string(", Pass &pass"), "r, pass"},
+        "        size += note(found, bit::$m$,\n"
+        "            size_record<$f$>((has & bit::$m$) != 0, &r->$m$, pass));\n";
+    open_function(r, {"class Pass", "uint64_t ", "size", record_parameter(r, "const ") + ", Pass &pass", "r, pass"},
                   out);
     if (r.members.empty()) {
         out.Print("        return pass.leave(0);\n    }\n\n");
@@ -241,7 +240,7 @@ void write_size(const record &r, Printer &out) {
     }
     out.Print("        const uint32_t has = presence<$r$>::bits(r);\n        uint64_t size = 0;\n", "r", r.c_name);
     if (remembers_found(r)) {
-        out.Print("        uint64_t found = 0;\n");
+        out.Print("        uint32_t found = 0;\n");
     }
     for (size_t first = 0; first < r.members.size(); first += group_size) {
         const size_t last = std::min(first + group_size, r.members.size());
@@ -260,24 +259,21 @@ void write_size(const record &r, Printer &out) {
 
 void write_write(const record &r, Printer &out) {
     static const rule rules[] = {
-        {member_kind::number32, "        at = has & bit::$m$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::number64, "        at = has & bit::$m$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::flag, "        at = has & bit::$m$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::wide_flag, "        at = has & bit::$m$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::text, "        at = has & bit::$m$ ? write_text<$f$>(r->$m$, at, out) : at;\n"},
-        {member_kind::texts, "        at = has & bit::$m$ ? write_texts<$f$>(r->$m$, r->$m$_count, at, out) : at;\n"},
-        {member_kind::numbers32,
+        {varints, "        at = has & bit::$m$ ? write_varint<$f$>(r->$m$, at, out) : at;\n"},
+        {{member_kind::text}, "        at = has & bit::$m$ ? write_text<$f$>(r->$m$, at, out) : at;\n"},
+        {{member_kind::texts}, "        at = has & bit::$m$ ? write_texts<$f$>(r->$m$, r->$m$_count, at, out) : at;\n"},
+        {{member_kind::numbers32},
          "        at = has & bit::$m$ ? write_varints<$f$>(r->$m$, r->$m$_count, at, out) : at;\n"},
-        {member_kind::record, "        at = write_record<$f$>((has & bit::$m$) != 0, &r->$m$, at, out);\n"},
-        {member_kind::records,
+        {{member_kind::record}, "        at = write_record<$f$>((has & bit::$m$) != 0, &r->$m$, at, out);\n"},
+        {{member_kind::records},
          "        at = has & bit::$m$ ? write_records<$f$$levels$>(r->$m$, r->$m$_count, at, out) : at;\n"},
     };
     static const char finding[] =
-        "        at = found & bit::$m$ ? write_record<$f$>((has & bit::$m$) != 0, &r->$m$, at, out) : at;\n";
-    const char *record_parameter = r.members.empty() ? "const $r$ *" : "const $r$ *r";
+        "        at = found & bit::$m$\n"
+        "            ? write_record<$f$>((has & bit::$m$) != 0, &r->$m$, at, out) : at;\n";
     open_function(r,
-                  {"class Writer", "position_in<Writer>", "write",
-                   record_parameter + std::string(", position_in<Writer> end, Writer &out"), "r, end, out"},
+                  {"class Writer", "position_in<Writer> ", "write",
+                   record_parameter(r, "const ") + ", position_in<Writer> end, Writer &out", "r, end, out"},
                   out);
     out.Print("        const typename Writer::mark place = out.enter();\n");
     if (r.members.empty()) {
@@ -289,7 +285,7 @@ void write_write(const record &r, Printer &out) {
         "        position_in<Writer> at = end;\n",
         "r", r.c_name);
     if (remembers_found(r)) {
-        out.Print("        const uint64_t found = out.recall(UINT64_MAX);\n");
+        out.Print("        const uint32_t found = out.recall(UINT32_MAX);\n");
     }
     for (size_t groups = (r.members.size() + group_size - 1) / group_size; groups > 0; --groups) {
         const size_t first = (groups - 1) * group_size;
@@ -311,40 +307,32 @@ void write_write(const record &r, Printer &out) {
 
 void write_decode(const record &r, Printer &out) {
     static const rule rules[] = {
-        {member_kind::number32,
+        {numbers,
          "                case tag_of($f$, wire_varint):\n"
          "                    at = decode_number(&r->$m$, at, end, in);\n"},
-        {member_kind::number64,
-         "                case tag_of($f$, wire_varint):\n"
-         "                    at = decode_number(&r->$m$, at, end, in);\n"},
-        {member_kind::flag,
+        {flags,
          "                case tag_of($f$, wire_varint):\n"
          "                    at = decode_flag(&r->$m$, at, end, in);\n"},
-        {member_kind::wide_flag,
-         "                case tag_of($f$, wire_varint):\n"
-         "                    at = decode_flag(&r->$m$, at, end, in);\n"},
-        {member_kind::text,
+        {{member_kind::text},
          "                case tag_of($f$, wire_bytes):\n"
          "                    at = decode_text(&r->$m$, at, end, in);\n"},
-        {member_kind::texts,
+        {{member_kind::texts},
          "                case tag_of($f$, wire_bytes):\n"
          "                    at = decode_texts($f$, &r->$m$, &r->$m$_count, at, end, in);\n"},
-        {member_kind::numbers32,
+        {{member_kind::numbers32},
          "                case tag_of($f$, wire_varint):\n"
          "                    at = decode_numbers($f$, &r->$m$, &r->$m$_count, at, end, in);\n"},
-        {member_kind::record,
+        {{member_kind::record},
          "                case tag_of($f$, wire_bytes):\n"
          "                    at = decode_record(r->has_$n$, &r->$m$, at, end, in);\n"},
-        {member_kind::records,
+        {{member_kind::records},
          "                case tag_of($f$, wire_bytes):\n"
          "                    at = decode_records$only_levels$($f$, &r->$m$, &r->$m$_count, at, end, in);\n"},
     };
-    const char *record_parameter = r.members.empty() ? "$r$ *" : "$r$ *r";
-    open_function(
-        r,
-        {"", "const uint8_t *", "decode",
-         record_parameter + std::string(", const uint8_t *at, const uint8_t *end, decoding &in"), "r, at, end, in"},
-        out);
+    open_function(r,
+                  {"", "const uint8_t *", "decode",
+                   record_parameter(r) + ", const uint8_t *at, const uint8_t *end, decoding &in", "r, at, end, in"},
+                  out);
     out.Print(
         "        while (at != end) {\n"
         "            uint32_t tag = 0;\n"
@@ -423,11 +411,11 @@ void write_reset(const record &r, Printer &out) {
 
 void write_holdings(const record &r, Printer &out) {
     static const rule rules[] = {
-        {member_kind::text, "\n            | held(r->$m$)"},
-        {member_kind::texts, "\n            | held(r->$m$) | r->$m$_count"},
-        {member_kind::numbers32, "\n            | held(r->$m$) | r->$m$_count"},
-        {member_kind::record, "\n            | codec<$e$>::holdings(&r->$m$)"},
-        {member_kind::records, "\n            | held(r->$m$) | r->$m$_count"},
+        {{member_kind::text}, "\n            | held(r->$m$)"},
+        {{member_kind::texts}, "\n            | held(r->$m$) | r->$m$_count"},
+        {{member_kind::numbers32}, "\n            | held(r->$m$) | r->$m$_count"},
+        {{member_kind::record}, "\n            | codec<$e$>::holdings(&r->$m$)"},
+        {{member_kind::records}, "\n            | held(r->$m$) | r->$m$_count"},
     };
     if (!r.owns) {
         out.Print("    static uint64_t holdings(const $r$ *) { return 0; }\n\n", "r", r.c_name);
@@ -442,20 +430,20 @@ void write_holdings(const record &r, Printer &out) {
 
 void write_copy(const record &r, Printer &out) {
     static const rule rules[] = {
-        {member_kind::text,
+        {{member_kind::text},
          "        if (!copy_text(&dst->$m$, src->$m$, call)) {\n"
          "            dst->has_$n$ = 0;\n"
          "        }\n"},
-        {member_kind::texts,
+        {{member_kind::texts},
          "        if (!copy_texts(&dst->$m$, &dst->$m$_count, src->$m$, src->$m$_count, call)) {\n"
          "            dst->has_$n$ = 0;\n"
          "        }\n"},
-        {member_kind::numbers32,
+        {{member_kind::numbers32},
          "        if (!copy_numbers(&dst->$m$, &dst->$m$_count, src->$m$, src->$m$_count, call)) {\n"
          "            dst->has_$n$ = 0;\n"
          "        }\n"},
-        {member_kind::record, "        copy_record(&dst->$m$, &src->$m$, call);\n"},
-        {member_kind::records,
+        {{member_kind::record}, "        copy_record(&dst->$m$, &src->$m$, call);\n"},
+        {{member_kind::records},
          "        if (!copy_records$only_levels$(&dst->$m$, &dst->$m$_count, src->$m$, src->$m$_count, call)) {\n"
          "            dst->has_$n$ = 0;\n"
          "        }\n"},
@@ -464,7 +452,10 @@ void write_copy(const record &r, Printer &out) {
         out.Print("    static void copy_owned($r$ *, const $r$ *, copying &) {}\n\n", "r", r.c_name);
         return;
     }
-    open_function(r, {"", "void", "copy_owned", "$r$ *dst, const $r$ *src, copying &call", "dst, src, call"}, out);
+    open_function(
+        r,
+        {"", "void ", "copy_owned", r.c_name + " *dst, const " + r.c_name + " *src, copying &call", "dst, src, call"},
+        out);
     for (const member &m : r.members) {
         print_rule(rules, r, m, out);
     }
@@ -473,17 +464,17 @@ void write_copy(const record &r, Printer &out) {
 
 void write_release(const record &r, Printer &out) {
     static const rule rules[] = {
-        {member_kind::text, "        release_text(&r->$m$, call);\n"},
-        {member_kind::texts, "        release_texts(&r->$m$, &r->$m$_count, call);\n"},
-        {member_kind::numbers32, "        release_numbers(&r->$m$, call);\n"},
-        {member_kind::record, "        release_record(&r->$m$, call);\n"},
-        {member_kind::records, "        release_records$only_levels$(&r->$m$, &r->$m$_count, call);\n"},
+        {{member_kind::text}, "        release_text(&r->$m$, call);\n"},
+        {{member_kind::texts}, "        release_texts(&r->$m$, &r->$m$_count, call);\n"},
+        {{member_kind::numbers32}, "        release_numbers(&r->$m$, call);\n"},
+        {{member_kind::record}, "        release_record(&r->$m$, call);\n"},
+        {{member_kind::records}, "        release_records$only_levels$(&r->$m$, &r->$m$_count, call);\n"},
     };
     if (!r.owns) {
         out.Print("    static void release($r$ *, const releasing &) {}\n", "r", r.c_name);
         return;
     }
-    open_function(r, {"", "void", "release", "$r$ *r, const releasing &call", "r, call"}, out);
+    open_function(r, {"", "void ", "release", record_parameter(r) + ", const releasing &call", "r, call"}, out);
     for (const member &m : r.members) {
         print_rule(rules, r, m, out);
     }

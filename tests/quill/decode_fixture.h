@@ -151,6 +151,25 @@ inline void set_spare_bits(const record_table &table, void *record) {
     }
 }
 
+// The bits of no member are set, or cleared, in the record and in every record inside it.
+inline void fill_spare_bits(const record_table &table, void *record, bool ones) {
+    const std::size_t used = table.members.size() % 8;
+    if (used != 0 || table.members.empty()) {
+        auto *last = static_cast<uint8_t *>(const_cast<void *>(spare_byte(table, record)));
+        const auto mask = static_cast<uint8_t>(0xFFU << used);
+        *last = static_cast<uint8_t>(ones ? *last | mask : *last & ~mask);
+    }
+    for (const member &m : table.members) {
+        if (m.kind == member_kind::record) {
+            fill_spare_bits(table_of(m.element), nested_of(m, record), ones);
+        } else if (m.kind == member_kind::records && pointer_of(m, record) != nullptr) {
+            for (uint32_t i = 0; i < count_of(m, record); ++i) {
+                fill_spare_bits(table_of(m.element), record_at(m, pointer_of(m, record), i), ones);
+            }
+        }
+    }
+}
+
 }  // namespace nyx_test
 
 #endif

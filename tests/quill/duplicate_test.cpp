@@ -139,6 +139,61 @@ TEST_P(DuplicateEveryRecord, BitsOfNoMemberAreTheDestinations) {
     }
 }
 
+// Blocks that are filled with a pattern before they are handed out.
+struct filling_allocator {
+    counting_allocator blocks;
+    uint8_t pattern;
+
+    static void *alloc(uint64_t size, void *allocator) {
+        auto *self = static_cast<filling_allocator *>(allocator);
+        return std::memset(counting_allocator::alloc(size, &self->blocks), self->pattern, size);
+    }
+};
+
+// Where bits of no member differ from the pattern's, in the record or in any record inside it. A record without members
+// has no presence byte and is not looked at.
+std::string foreign_bits(const record_table &table, const void *record, uint8_t pattern, const std::string &path) {
+    const raw_record filled(table, pattern);
+    if (!table.members.empty() && spare_bits(table, record) != spare_bits(table, filled.get())) {
+        return path + ' ';
+    }
+    std::string found;
+    for (const member &m : table.members) {
+        const std::string inside = path + '.' + m.name;
+        if (m.kind == member_kind::record) {
+            found += foreign_bits(table_of(m.element), nested_of(m, record), pattern, inside);
+        } else if (m.kind == member_kind::records) {
+            for (uint32_t i = 0; i < count_of(m, record); ++i) {
+                found += foreign_bits(table_of(m.element), record_at(m, pointer_of(m, record), i), pattern,
+                                      inside + '[' + std::to_string(i) + ']');
+            }
+        }
+    }
+    return found;
+}
+
+// A copied record keeps the bits of no member that its memory had: the destination's, or the fresh block's that an
+// element lies in. The source holds the opposite of them everywhere, also in its elements' elements.
+TEST_P(DuplicateEveryRecord, BitsOfNoMemberStayAlsoInElements) {
+    const bytes message = full_message(table(), 2);
+    for (const uint8_t pattern : {uint8_t{0x00}, uint8_t{0xFF}}) {
+        SCOPED_TRACE(testing::Message() << "pattern " << unsigned{pattern});
+        counting_allocator source_blocks;
+        raw_record source(table());
+        ASSERT_EQ(
+            table().decode(source.get(), message.data(), message.size(), counting_allocator::alloc, &source_blocks, 0),
+            0);
+        fill_spare_bits(table(), source.get(), pattern == 0);
+
+        filling_allocator allocator = {{}, pattern};
+        raw_record copy(table(), pattern);
+        EXPECT_EQ(table().duplicate(copy.get(), source.get(), filling_allocator::alloc, &allocator), 0);
+        EXPECT_EQ(difference(table(), copy.get(), source.get()), "");
+        EXPECT_EQ(foreign_bits(table(), copy.get(), pattern, table().name), "");
+        expect_released(table(), copy.get(), allocator.blocks);
+    }
+}
+
 TEST_P(DuplicateEveryRecord, EmptyRecordAllocatesNothing) {
     raw_record source(table(), 0);
     raw_record copy(table(), 0xA5);

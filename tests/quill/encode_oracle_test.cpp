@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "build_kind.h"
+#include "decode_fixture.h"
 #include "literal_encoder.h"
 #include "quill_nyx.h"
 #include "record_builder.h"
@@ -15,8 +16,13 @@
 
 namespace {
 
+using nyx_test::bytes;
+using nyx_test::member;
+using nyx_test::member_kind;
 using nyx_test::random_record;
+using nyx_test::record_id;
 using nyx_test::record_table;
+using nyx_test::table_of;
 
 constexpr uint64_t guard = 8;
 
@@ -35,12 +41,14 @@ struct call_shape {
     bool counts_segments;      // whether a count is passed
     bool has_segments;         // whether an array is passed
     bool null_buffer = false;  // with length 0
+    uint64_t promised = 0;     // unless 0: the length that the encoder is told; it must not need more than is there
 };
 
 std::string shown(const call_shape &shape) {
     return "length " + std::to_string(shape.length) + " capacity " + std::to_string(shape.capacity) +
            (shape.counts_segments ? " counting" : "") + (shape.has_segments ? " storing" : "") +
-           (shape.null_buffer ? " null buffer" : "");
+           (shape.null_buffer ? " null buffer" : "") +
+           (shape.promised != 0 ? " promised " + std::to_string(shape.promised) : "");
 }
 
 const quill_segment untouched = {reinterpret_cast<const uint8_t *>(uintptr_t{0x5A5A}), 0x5A5A5A5A5A5A5A5A};
@@ -56,9 +64,9 @@ class memory {
         std::fill(buffer_.begin(), buffer_.end(), shape_.canary);
         std::fill(segments_.begin(), segments_.end(), untouched);
         uint32_t count = shape_.capacity;
-        const uint64_t size =
-            encode(shape_.null_buffer ? nullptr : buffer_.data(), shape_.length,
-                   shape_.has_segments ? segments_.data() : nullptr, shape_.counts_segments ? &count : nullptr);
+        const uint64_t size = encode(
+            shape_.null_buffer ? nullptr : buffer_.data(), shape_.promised != 0 ? shape_.promised : shape_.length,
+            shape_.has_segments ? segments_.data() : nullptr, shape_.counts_segments ? &count : nullptr);
         return {size, count, buffer_, segments_};
     }
 
@@ -90,13 +98,11 @@ std::string compare(const outcome &expected, const outcome &got) {
     return {};
 }
 
-std::string disagreement(const random_record &record, const call_shape &shape) {
+std::string disagreement(const record_table &table, const void *record, const call_shape &shape) {
     memory shared(shape);
-    const record_table &table = record.table();
     const outcome expected =
-        shared.run([&](auto... arguments) { return nyx_test::literal_encode(table, record.get(), arguments...); });
-    const outcome got =
-        shared.run([&](auto... arguments) { return table.encode(record.get(), arguments..., 0x12345678); });
+        shared.run([&](auto... arguments) { return nyx_test::literal_encode(table, record, arguments...); });
+    const outcome got = shared.run([&](auto... arguments) { return table.encode(record, arguments..., 0x12345678); });
     return compare(expected, got);
 }
 
@@ -124,7 +130,7 @@ unsigned compare_one(const random_record &record, uint64_t seed) {
     const uint64_t size = nyx_test::literal_encode(record.table(), record.get(), nullptr, 0, nullptr, &entries);
     unsigned made = 0;
     const auto check = [&](const call_shape &shape) {
-        EXPECT_EQ(disagreement(record, shape), "") << "seed " << seed << ' ' << shown(shape);
+        EXPECT_EQ(disagreement(record.table(), record.get(), shape), "") << "seed " << seed << ' ' << shown(shape);
         ++made;
     };
     for (const uint64_t length : lengths_to_try(size, random)) {
@@ -171,20 +177,159 @@ TEST_P(EncodeOracle, ThePassThroughValueDoesNotMatter) {
     EXPECT_EQ(with, without);
 }
 
+// Lengths whose lower half alone would say that there is no room, hardly any, or some.
+TEST_P(EncodeOracle, LengthsBeyond32BitsAreRoomEnough) {
+    for (uint64_t seed = 0; seed < 5; ++seed) {
+        const random_record record(GetParam(), seed);
+        uint32_t entries = 0;
+        const uint64_t size = nyx_test::literal_encode(GetParam(), record.get(), nullptr, 0, nullptr, &entries);
+        for (const uint64_t promised : {uint64_t{1} << 32U, (uint64_t{1} << 32U) + 5, UINT64_MAX}) {
+            for (const bool with_segments : {false, true}) {
+                const call_shape shape = {size, 0xC3, entries, with_segments, with_segments, false, promised};
+                EXPECT_EQ(disagreement(GetParam(), record.get(), shape), "") << "seed " << seed << ' ' << shown(shape);
+            }
+        }
+    }
+}
+
+// The memory that a record reaches, laid end to end: the record's own first, then each text and array.
+class snapshot {
+  public:
+    snapshot(const record_table &table, const void *record) {
+        add(record, table.size);
+        follow(table, record);
+    }
+
+    bool operator==(const snapshot &) const = default;
+
+  private:
+    void add(const void *block, std::size_t size) {
+        const auto *first = static_cast<const uint8_t *>(block);
+        bytes_.insert(bytes_.end(), first, first + size);
+    }
+
+    void add_text(const char *text) {
+        if (text != nullptr) {
+            add(text, std::strlen(text) + 1);
+        }
+    }
+
+    void follow(const record_table &table, const void *record) {
+        for (const member &m : table.members) {
+            if (m.kind == member_kind::record) {
+                follow(table_of(m.element), nested_of(m, record));
+            } else if (m.kind == member_kind::text) {
+                add_text(static_cast<const char *>(pointer_of(m, record)));
+            } else if (nyx_test::is_repeated(m.kind) && pointer_of(m, record) != nullptr) {
+                follow_array(m, pointer_of(m, record), count_of(m, record));
+            }
+        }
+    }
+
+    void follow_array(const member &m, const void *array, uint32_t count) {
+        add(array, count * element_size(m));
+        for (uint32_t i = 0; i < count; ++i) {
+            if (m.kind == member_kind::records) {
+                follow(table_of(m.element), record_at(m, array, i));
+            } else if (m.kind == member_kind::texts) {
+                add_text(nyx_test::text_at(array, i));
+            }
+        }
+    }
+
+    bytes bytes_;
+};
+
+// On every way through the encoder: size alone, a buffer that is too short, one that is large enough, and segments.
 TEST_P(EncodeOracle, LeavesTheRecordAlone) {
-    const random_record record(GetParam(), 78);
-    const auto *bytes = static_cast<const uint8_t *>(record.get());
-    const std::vector<uint8_t> before(bytes, bytes + GetParam().size);
-    std::vector<uint8_t> buffer(100);
-    uint32_t count = 3;
-    quill_segment segments[3];
-    GetParam().encode(record.get(), buffer.data(), buffer.size(), segments, &count, 0);
-    EXPECT_EQ(std::vector<uint8_t>(bytes, bytes + GetParam().size), before);
+    for (uint64_t seed = 0; seed < 20; ++seed) {
+        random_record record(GetParam(), seed);
+        nyx_test::fill_spare_bits(GetParam(), record.get(), true);
+        const snapshot before(GetParam(), record.get());
+        const uint64_t size = GetParam().encode(record.get(), nullptr, 0, nullptr, nullptr, 0);
+        EXPECT_TRUE(snapshot(GetParam(), record.get()) == before) << "size only, seed " << seed;
+
+        bytes buffer(size + 1);
+        GetParam().encode(record.get(), buffer.data(), size / 2, nullptr, nullptr, 0);
+        EXPECT_TRUE(snapshot(GetParam(), record.get()) == before) << "short buffer, seed " << seed;
+        GetParam().encode(record.get(), buffer.data(), buffer.size(), nullptr, nullptr, 0);
+        EXPECT_TRUE(snapshot(GetParam(), record.get()) == before) << "large buffer, seed " << seed;
+
+        quill_segment segments[3];
+        uint32_t count = 3;
+        GetParam().encode(record.get(), buffer.data(), buffer.size(), segments, &count, 0);
+        EXPECT_TRUE(snapshot(GetParam(), record.get()) == before) << "segments, seed " << seed;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Records, EncodeOracle,
                          testing::ValuesIn(nyx_test::record_tables().begin(), nyx_test::record_tables().end()),
                          [](const auto &instance) { return std::string(instance.param.name); });
+
+// A request with bodies of every sort around an edited tree of named nodes.
+class large_request {
+  public:
+    explicit large_request(std::size_t nodes) : names_(nodes), children_(nodes) {
+        for (std::size_t i = 0; i < nodes; ++i) {
+            names_[i].assign(i % 37, static_cast<char>('a' + i % 26));
+            children_[i].name = names_[i].data();
+            children_[i].has_name = 1;
+        }
+        quill_nyx_datatree &tree = request_.edit_config.config;
+        tree.children = children_.data();
+        tree.children_count = static_cast<uint32_t>(nodes);
+        tree.has_children = 1;
+        request_.has_edit_config = 1;
+        give_other_bodies();
+    }
+    large_request(const large_request &) = delete;
+    large_request &operator=(const large_request &) = delete;
+
+    [[nodiscard]] const quill_nyx_request *get() const { return &request_; }
+
+  private:
+    void give_other_bodies() {
+        request_.message_id = text_;
+        request_.has_message_id = 1;
+        request_.get_config.source.name = text_;
+        request_.get_config.source.has_name = 1;
+        request_.has_get_config = 1;
+        request_.lock.target.name = text_;  // written for what it holds, without its own bit
+        request_.lock.target.has_name = 1;
+        request_.commit.uint32_2 = 300;
+        request_.commit.has_uint32_2 = 1;
+        request_.has_commit = 1;
+        request_.has_schemas_list = 1;
+        request_.invoke_rpc.tree.name = text_;
+        request_.invoke_rpc.tree.has_name = 1;
+        request_.has_invoke_rpc = 1;
+    }
+
+    char text_[8] = "running";
+    std::vector<std::string> names_;
+    std::vector<quill_nyx_datatree> children_;
+    quill_nyx_request request_ = {};
+};
+
+// The encoder remembers a limited number of its first findings, the lengths of texts among them. The other texts and
+// bodies of the request shift the limit by a few, so each number of nodes around it is tried.
+TEST(EncodeLargeRequest, IsWrittenWholeWhateverTheEncoderRemembers) {
+    const record_table &table = table_of(record_id::request);
+    std::vector<std::size_t> node_counts = {3000};
+    for (std::size_t nodes = 2030; nodes <= 2055; ++nodes) {
+        node_counts.push_back(nodes);
+    }
+    for (const std::size_t nodes : node_counts) {
+        SCOPED_TRACE(testing::Message() << nodes << " nodes");
+        const large_request request(nodes);
+        uint32_t entries = 0;
+        const uint64_t size = nyx_test::literal_encode(table, request.get(), nullptr, 0, nullptr, &entries);
+        EXPECT_GT(entries, nodes);
+        EXPECT_EQ(disagreement(table, request.get(), {size, 0xC3, 0, false, false}), "") << "full";
+        EXPECT_EQ(disagreement(table, request.get(), {size - 1, 0xC3, 0, false, false}), "") << "one byte short";
+        EXPECT_EQ(disagreement(table, request.get(), {size, 0xC3, entries, true, true}), "") << "segments";
+    }
+}
 
 // A chain of nodes so deep that sizing each level anew would not end in the lifetime of the machine.
 class chain {

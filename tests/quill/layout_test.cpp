@@ -14,6 +14,9 @@
 #include "record_compare.h"
 #include "record_tables.h"
 
+// In layout_c.c.
+extern "C" void set_bits_in_c(quill_nyx_datatree *node, quill_nyx_request *request);
+
 namespace {
 
 using nyx_test::member;
@@ -457,6 +460,26 @@ TEST(Layout, ASegmentIsAPointerAndALength) {
     EXPECT_EQ(sizeof(quill_segment), 16U);
     EXPECT_EQ(offsetof(quill_segment, start), 0U);
     EXPECT_EQ(offsetof(quill_segment, length), 8U);
+}
+
+// Sizes and offsets are checked by layout_c.c when it is compiled; a bit's place shows only at run time.
+TEST(Layout, PresenceBitsLieWhereACCompilerPutsThem) {
+    quill_nyx_datatree node = {};
+    quill_nyx_request request = {};
+    set_bits_in_c(&node, &request);
+
+    uint8_t node_bytes[sizeof node] = {};
+    uint8_t expected_node[sizeof node] = {};
+    std::memcpy(node_bytes, &node, sizeof node);
+    expected_node[194] = 0x10;  // the 13th member's
+    EXPECT_EQ(std::memcmp(node_bytes, expected_node, sizeof node), 0);
+
+    uint8_t request_bytes[sizeof request] = {};
+    uint8_t expected_request[sizeof request] = {};
+    std::memcpy(request_bytes, &request, sizeof request);
+    expected_request[2040] = 0x01;
+    expected_request[2043] = 0x02;  // the last of 26 members
+    EXPECT_EQ(std::memcmp(request_bytes, expected_request, sizeof request), 0);
 }
 
 TEST(ResetValues, ThreeMembersAreNotZero) {

@@ -53,7 +53,7 @@ struct codec<quill_nyx_node_info> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_NOINLINE const uint8_t * decode(
+    static QUILL_NOINLINE const uint8_t *decode(
             quill_nyx_node_info *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -167,7 +167,7 @@ struct codec<quill_nyx_attribute> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_NOINLINE const uint8_t * decode(
+    static QUILL_NOINLINE const uint8_t *decode(
             quill_nyx_attribute *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -275,7 +275,7 @@ struct codec<quill_nyx_edit_ins_key> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_edit_ins_key *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -388,7 +388,7 @@ struct codec<quill_nyx_edit_ins> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_NOINLINE const uint8_t * decode(
+    static QUILL_NOINLINE const uint8_t *decode(
             quill_nyx_edit_ins *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -564,13 +564,13 @@ struct codec<quill_nyx_datatree> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_NOINLINE const uint8_t * decode(
+    static QUILL_NOINLINE const uint8_t *decode(
             quill_nyx_datatree *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         return decode_levels<levels_in_a_frame>(r, at, end, in);
     }
 
     template <int Levels>
-    static QUILL_INLINE const uint8_t * decode_levels(
+    static QUILL_INLINE const uint8_t *decode_levels(
             quill_nyx_datatree *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -789,7 +789,7 @@ struct codec<quill_nyx_datastore> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_INLINE const uint8_t * decode(
+    static QUILL_INLINE const uint8_t *decode(
             quill_nyx_datastore *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -887,7 +887,7 @@ struct codec<quill_nyx_filter> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_filter *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -996,7 +996,7 @@ struct codec<quill_nyx_with_defaults> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_with_defaults *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1143,7 +1143,7 @@ struct codec<quill_nyx_start_session> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_start_session *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1319,7 +1319,7 @@ struct codec<quill_nyx_stop_session> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_stop_session *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1423,7 +1423,7 @@ struct codec<quill_nyx_get_config> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_get_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1570,7 +1570,7 @@ struct codec<quill_nyx_edit_config> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_edit_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1699,7 +1699,7 @@ struct codec<quill_nyx_cli_config> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_cli_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1810,7 +1810,7 @@ struct codec<quill_nyx_validate> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_validate *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -1916,7 +1916,7 @@ struct codec<quill_nyx_lock> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_INLINE const uint8_t * decode(
+    static QUILL_INLINE const uint8_t *decode(
             quill_nyx_lock *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2011,7 +2011,7 @@ struct codec<quill_nyx_unlock> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_INLINE const uint8_t * decode(
+    static QUILL_INLINE const uint8_t *decode(
             quill_nyx_unlock *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2120,7 +2120,7 @@ struct codec<quill_nyx_commit> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_commit *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2250,7 +2250,7 @@ struct codec<quill_nyx_cancel_commit> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_INLINE const uint8_t * decode(
+    static QUILL_INLINE const uint8_t *decode(
             quill_nyx_cancel_commit *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2329,7 +2329,7 @@ struct codec<quill_nyx_discard_changes> {
         return out.leave(place, end, end);
     }
 
-    static QUILL_INLINE const uint8_t * decode(
+    static QUILL_INLINE const uint8_t *decode(
             quill_nyx_discard_changes *, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2417,7 +2417,7 @@ struct codec<quill_nyx_copy_config> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_copy_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2567,7 +2567,7 @@ struct codec<quill_nyx_delete_config> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_INLINE const uint8_t * decode(
+    static QUILL_INLINE const uint8_t *decode(
             quill_nyx_delete_config *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2669,7 +2669,7 @@ struct codec<quill_nyx_get> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_get *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2780,7 +2780,7 @@ struct codec<quill_nyx_mdt_yang_resolve> {
         return out.leave(place, at, end);
     }
 
-    static QUILL_INLINE const uint8_t * decode(
+    static QUILL_INLINE const uint8_t *decode(
             quill_nyx_mdt_yang_resolve *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2866,7 +2866,7 @@ struct codec<quill_nyx_cli_show> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_cli_show *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -2976,7 +2976,7 @@ struct codec<quill_nyx_create_subscription> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_create_subscription *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3097,7 +3097,7 @@ struct codec<quill_nyx_invoke_rpc> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_invoke_rpc *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3204,7 +3204,7 @@ struct codec<quill_nyx_notification> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_notification *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3321,7 +3321,7 @@ struct codec<quill_nyx_notification_internal> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_notification_internal *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3428,7 +3428,7 @@ struct codec<quill_nyx_notification_stream> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_notification_stream *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3566,7 +3566,7 @@ struct codec<quill_nyx_logging_set> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_logging_set *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3683,7 +3683,7 @@ struct codec<quill_nyx_settings_set> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_settings_set *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -3816,7 +3816,7 @@ struct codec<quill_nyx_schema> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_schema *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4002,7 +4002,7 @@ struct codec<quill_nyx_schemas_list> {
         return out.leave(place, end, end);
     }
 
-    static QUILL_INLINE const uint8_t * decode(
+    static QUILL_INLINE const uint8_t *decode(
             quill_nyx_schemas_list *, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4102,7 +4102,7 @@ struct codec<quill_nyx_request> {
             const quill_nyx_request *r, Pass &pass) {
         const uint32_t has = presence<quill_nyx_request>::bits(r);
         uint64_t size = 0;
-        uint64_t found = 0;
+        uint32_t found = 0;
         if ((has & 0xFFU) != 0
                 || codec<quill_nyx_get_config>::occupied(&r->get_config)
                 || codec<quill_nyx_edit_config>::occupied(&r->edit_config)) {
@@ -4112,8 +4112,10 @@ struct codec<quill_nyx_request> {
             size += has & bit::uint32_4 ? size_varint<4>(r->uint32_4) : 0;
             size += has & bit::flag_5 ? size_varint<5>(r->flag_5) : 0;
             size += has & bit::flag_6 ? size_varint<6>(r->flag_6) : 0;
-            size += note(found, bit::get_config, size_record<32>((has & bit::get_config) != 0, &r->get_config, pass));
-            size += note(found, bit::edit_config, size_record<33>((has & bit::edit_config) != 0, &r->edit_config, pass));
+            size += note(found, bit::get_config,
+                size_record<32>((has & bit::get_config) != 0, &r->get_config, pass));
+            size += note(found, bit::edit_config,
+                size_record<33>((has & bit::edit_config) != 0, &r->edit_config, pass));
         }
         if ((has & 0xFF00U) != 0
                 || codec<quill_nyx_validate>::occupied(&r->validate)
@@ -4124,14 +4126,22 @@ struct codec<quill_nyx_request> {
                 || codec<quill_nyx_discard_changes>::occupied(&r->discard_changes)
                 || codec<quill_nyx_copy_config>::occupied(&r->copy_config)
                 || codec<quill_nyx_get>::occupied(&r->get)) {
-            size += note(found, bit::validate, size_record<34>((has & bit::validate) != 0, &r->validate, pass));
-            size += note(found, bit::lock, size_record<35>((has & bit::lock) != 0, &r->lock, pass));
-            size += note(found, bit::unlock, size_record<36>((has & bit::unlock) != 0, &r->unlock, pass));
-            size += note(found, bit::commit, size_record<37>((has & bit::commit) != 0, &r->commit, pass));
-            size += note(found, bit::cancel_commit, size_record<38>((has & bit::cancel_commit) != 0, &r->cancel_commit, pass));
-            size += note(found, bit::discard_changes, size_record<39>((has & bit::discard_changes) != 0, &r->discard_changes, pass));
-            size += note(found, bit::copy_config, size_record<40>((has & bit::copy_config) != 0, &r->copy_config, pass));
-            size += note(found, bit::get, size_record<42>((has & bit::get) != 0, &r->get, pass));
+            size += note(found, bit::validate,
+                size_record<34>((has & bit::validate) != 0, &r->validate, pass));
+            size += note(found, bit::lock,
+                size_record<35>((has & bit::lock) != 0, &r->lock, pass));
+            size += note(found, bit::unlock,
+                size_record<36>((has & bit::unlock) != 0, &r->unlock, pass));
+            size += note(found, bit::commit,
+                size_record<37>((has & bit::commit) != 0, &r->commit, pass));
+            size += note(found, bit::cancel_commit,
+                size_record<38>((has & bit::cancel_commit) != 0, &r->cancel_commit, pass));
+            size += note(found, bit::discard_changes,
+                size_record<39>((has & bit::discard_changes) != 0, &r->discard_changes, pass));
+            size += note(found, bit::copy_config,
+                size_record<40>((has & bit::copy_config) != 0, &r->copy_config, pass));
+            size += note(found, bit::get,
+                size_record<42>((has & bit::get) != 0, &r->get, pass));
         }
         if ((has & 0xFF0000U) != 0
                 || codec<quill_nyx_start_session>::occupied(&r->start_session)
@@ -4142,20 +4152,30 @@ struct codec<quill_nyx_request> {
                 || codec<quill_nyx_cli_config>::occupied(&r->cli_config)
                 || codec<quill_nyx_settings_set>::occupied(&r->settings_set)
                 || codec<quill_nyx_mdt_yang_resolve>::occupied(&r->mdt_yang_resolve)) {
-            size += note(found, bit::start_session, size_record<43>((has & bit::start_session) != 0, &r->start_session, pass));
-            size += note(found, bit::stop_session, size_record<44>((has & bit::stop_session) != 0, &r->stop_session, pass));
-            size += note(found, bit::logging_set, size_record<45>((has & bit::logging_set) != 0, &r->logging_set, pass));
-            size += note(found, bit::schemas_list, size_record<46>((has & bit::schemas_list) != 0, &r->schemas_list, pass));
-            size += note(found, bit::cli_show, size_record<47>((has & bit::cli_show) != 0, &r->cli_show, pass));
-            size += note(found, bit::cli_config, size_record<48>((has & bit::cli_config) != 0, &r->cli_config, pass));
-            size += note(found, bit::settings_set, size_record<49>((has & bit::settings_set) != 0, &r->settings_set, pass));
-            size += note(found, bit::mdt_yang_resolve, size_record<50>((has & bit::mdt_yang_resolve) != 0, &r->mdt_yang_resolve, pass));
+            size += note(found, bit::start_session,
+                size_record<43>((has & bit::start_session) != 0, &r->start_session, pass));
+            size += note(found, bit::stop_session,
+                size_record<44>((has & bit::stop_session) != 0, &r->stop_session, pass));
+            size += note(found, bit::logging_set,
+                size_record<45>((has & bit::logging_set) != 0, &r->logging_set, pass));
+            size += note(found, bit::schemas_list,
+                size_record<46>((has & bit::schemas_list) != 0, &r->schemas_list, pass));
+            size += note(found, bit::cli_show,
+                size_record<47>((has & bit::cli_show) != 0, &r->cli_show, pass));
+            size += note(found, bit::cli_config,
+                size_record<48>((has & bit::cli_config) != 0, &r->cli_config, pass));
+            size += note(found, bit::settings_set,
+                size_record<49>((has & bit::settings_set) != 0, &r->settings_set, pass));
+            size += note(found, bit::mdt_yang_resolve,
+                size_record<50>((has & bit::mdt_yang_resolve) != 0, &r->mdt_yang_resolve, pass));
         }
         if ((has & 0x3000000U) != 0
                 || codec<quill_nyx_invoke_rpc>::occupied(&r->invoke_rpc)
                 || codec<quill_nyx_create_subscription>::occupied(&r->create_subscription)) {
-            size += note(found, bit::invoke_rpc, size_record<51>((has & bit::invoke_rpc) != 0, &r->invoke_rpc, pass));
-            size += note(found, bit::create_subscription, size_record<52>((has & bit::create_subscription) != 0, &r->create_subscription, pass));
+            size += note(found, bit::invoke_rpc,
+                size_record<51>((has & bit::invoke_rpc) != 0, &r->invoke_rpc, pass));
+            size += note(found, bit::create_subscription,
+                size_record<52>((has & bit::create_subscription) != 0, &r->create_subscription, pass));
         }
         pass.remember(found);
         return pass.leave(size);
@@ -4167,34 +4187,54 @@ struct codec<quill_nyx_request> {
         const typename Writer::mark place = out.enter();
         const uint32_t has = presence<quill_nyx_request>::bits(r);
         position_in<Writer> at = end;
-        const uint64_t found = out.recall(UINT64_MAX);
+        const uint32_t found = out.recall(UINT32_MAX);
         if (((has | found) & 0x3000000U) != 0) {
-            at = found & bit::create_subscription ? write_record<52>((has & bit::create_subscription) != 0, &r->create_subscription, at, out) : at;
-            at = found & bit::invoke_rpc ? write_record<51>((has & bit::invoke_rpc) != 0, &r->invoke_rpc, at, out) : at;
+            at = found & bit::create_subscription
+                ? write_record<52>((has & bit::create_subscription) != 0, &r->create_subscription, at, out) : at;
+            at = found & bit::invoke_rpc
+                ? write_record<51>((has & bit::invoke_rpc) != 0, &r->invoke_rpc, at, out) : at;
         }
         if (((has | found) & 0xFF0000U) != 0) {
-            at = found & bit::mdt_yang_resolve ? write_record<50>((has & bit::mdt_yang_resolve) != 0, &r->mdt_yang_resolve, at, out) : at;
-            at = found & bit::settings_set ? write_record<49>((has & bit::settings_set) != 0, &r->settings_set, at, out) : at;
-            at = found & bit::cli_config ? write_record<48>((has & bit::cli_config) != 0, &r->cli_config, at, out) : at;
-            at = found & bit::cli_show ? write_record<47>((has & bit::cli_show) != 0, &r->cli_show, at, out) : at;
-            at = found & bit::schemas_list ? write_record<46>((has & bit::schemas_list) != 0, &r->schemas_list, at, out) : at;
-            at = found & bit::logging_set ? write_record<45>((has & bit::logging_set) != 0, &r->logging_set, at, out) : at;
-            at = found & bit::stop_session ? write_record<44>((has & bit::stop_session) != 0, &r->stop_session, at, out) : at;
-            at = found & bit::start_session ? write_record<43>((has & bit::start_session) != 0, &r->start_session, at, out) : at;
+            at = found & bit::mdt_yang_resolve
+                ? write_record<50>((has & bit::mdt_yang_resolve) != 0, &r->mdt_yang_resolve, at, out) : at;
+            at = found & bit::settings_set
+                ? write_record<49>((has & bit::settings_set) != 0, &r->settings_set, at, out) : at;
+            at = found & bit::cli_config
+                ? write_record<48>((has & bit::cli_config) != 0, &r->cli_config, at, out) : at;
+            at = found & bit::cli_show
+                ? write_record<47>((has & bit::cli_show) != 0, &r->cli_show, at, out) : at;
+            at = found & bit::schemas_list
+                ? write_record<46>((has & bit::schemas_list) != 0, &r->schemas_list, at, out) : at;
+            at = found & bit::logging_set
+                ? write_record<45>((has & bit::logging_set) != 0, &r->logging_set, at, out) : at;
+            at = found & bit::stop_session
+                ? write_record<44>((has & bit::stop_session) != 0, &r->stop_session, at, out) : at;
+            at = found & bit::start_session
+                ? write_record<43>((has & bit::start_session) != 0, &r->start_session, at, out) : at;
         }
         if (((has | found) & 0xFF00U) != 0) {
-            at = found & bit::get ? write_record<42>((has & bit::get) != 0, &r->get, at, out) : at;
-            at = found & bit::copy_config ? write_record<40>((has & bit::copy_config) != 0, &r->copy_config, at, out) : at;
-            at = found & bit::discard_changes ? write_record<39>((has & bit::discard_changes) != 0, &r->discard_changes, at, out) : at;
-            at = found & bit::cancel_commit ? write_record<38>((has & bit::cancel_commit) != 0, &r->cancel_commit, at, out) : at;
-            at = found & bit::commit ? write_record<37>((has & bit::commit) != 0, &r->commit, at, out) : at;
-            at = found & bit::unlock ? write_record<36>((has & bit::unlock) != 0, &r->unlock, at, out) : at;
-            at = found & bit::lock ? write_record<35>((has & bit::lock) != 0, &r->lock, at, out) : at;
-            at = found & bit::validate ? write_record<34>((has & bit::validate) != 0, &r->validate, at, out) : at;
+            at = found & bit::get
+                ? write_record<42>((has & bit::get) != 0, &r->get, at, out) : at;
+            at = found & bit::copy_config
+                ? write_record<40>((has & bit::copy_config) != 0, &r->copy_config, at, out) : at;
+            at = found & bit::discard_changes
+                ? write_record<39>((has & bit::discard_changes) != 0, &r->discard_changes, at, out) : at;
+            at = found & bit::cancel_commit
+                ? write_record<38>((has & bit::cancel_commit) != 0, &r->cancel_commit, at, out) : at;
+            at = found & bit::commit
+                ? write_record<37>((has & bit::commit) != 0, &r->commit, at, out) : at;
+            at = found & bit::unlock
+                ? write_record<36>((has & bit::unlock) != 0, &r->unlock, at, out) : at;
+            at = found & bit::lock
+                ? write_record<35>((has & bit::lock) != 0, &r->lock, at, out) : at;
+            at = found & bit::validate
+                ? write_record<34>((has & bit::validate) != 0, &r->validate, at, out) : at;
         }
         if (((has | found) & 0xFFU) != 0) {
-            at = found & bit::edit_config ? write_record<33>((has & bit::edit_config) != 0, &r->edit_config, at, out) : at;
-            at = found & bit::get_config ? write_record<32>((has & bit::get_config) != 0, &r->get_config, at, out) : at;
+            at = found & bit::edit_config
+                ? write_record<33>((has & bit::edit_config) != 0, &r->edit_config, at, out) : at;
+            at = found & bit::get_config
+                ? write_record<32>((has & bit::get_config) != 0, &r->get_config, at, out) : at;
             at = has & bit::flag_6 ? write_varint<6>(r->flag_6, at, out) : at;
             at = has & bit::flag_5 ? write_varint<5>(r->flag_5, at, out) : at;
             at = has & bit::uint32_4 ? write_varint<4>(r->uint32_4, at, out) : at;
@@ -4205,7 +4245,7 @@ struct codec<quill_nyx_request> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_request *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4555,7 +4595,7 @@ struct codec<quill_nyx_error_message> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_error_message *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4681,7 +4721,7 @@ struct codec<quill_nyx_error> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_error *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4841,7 +4881,7 @@ struct codec<quill_nyx_request_result> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_request_result *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;
@@ -4996,7 +5036,7 @@ struct codec<quill_nyx_response> {
         return out.leave(place, at, end);
     }
 
-    static const uint8_t * decode(
+    static const uint8_t *decode(
             quill_nyx_response *r, const uint8_t *at, const uint8_t *end, decoding &in) {
         while (at != end) {
             uint32_t tag = 0;

@@ -36,7 +36,10 @@ enum {
     QUILL_NYX_NODE_KIND_DA = 4  /**< shown as " (da)" in dumps */
 };
 
-/** Operation of a request. Bodies do not follow these numbers: see Request. Any 32-bit value is carried. */
+/**
+ * Operation of a request. The field numbers of the bodies do not follow these numbers. Any 32-bit value is
+ * carried.
+ */
 typedef uint32_t quill_nyx_request_type;
 enum {
     QUILL_NYX_REQUEST_TYPE_GET_CONFIG = 0,           /**< "get-config", body get_config */
@@ -117,7 +120,7 @@ typedef struct quill_nyx_response quill_nyx_response;
 struct quill_nyx_node_info {
     char *string_1;           /**< open; field 1 */
     uint32_t uint32_2;        /**< open; field 2 */
-    char **strings_3;         /**< open; a null entry writes nothing; field 3 */
+    char **strings_3;         /**< open; not written if the array is null; a null entry writes nothing; field 3 */
     uint32_t strings_3_count; /**< elements in strings_3 */
     /** Presence: bit k of these bytes belongs to the k-th member. @{ */
     uint8_t has_string_1 : 1;
@@ -164,9 +167,9 @@ struct quill_nyx_edit_ins {
  * (configuration, filter, RPC input and output, notification body, error path, error info).
  */
 struct quill_nyx_datatree {
-    char *name;                         /**< element name (may be a single blank for an anonymous wrapper node); field 1 */
+    char *name;                         /**< element name (a single blank for an anonymous wrapper node); field 1 */
     char *value;                        /**< text value of a leaf; field 2 */
-    char *namespace_;                   /**< namespace of the element; field 3 */
+    char *namespace_;                   /**< namespace of the element (namespace_ in C); field 3 */
     uint32_t uint32_4;                  /**< open; field 4 */
     quill_nyx_edit_operation operation; /**< edit operation on this node; field 5 */
     quill_nyx_attribute *attributes;    /**< attributes of the element; field 6 */
@@ -560,7 +563,7 @@ struct quill_nyx_schemas_list {
 struct quill_nyx_request {
     quill_nyx_request_type type;                       /**< the operation; logged as "op=%u"; field 1 */
     uint32_t session_id;                               /**< session the request belongs to; field 2 */
-    char *message_id;                                  /**< message identifier; a request without it fails with "message-id not set"; field 3 */
+    char *message_id;                                  /**< identifier; a request without it fails; field 3 */
     uint32_t uint32_4;                                 /**< open; field 4 */
     uint8_t flag_5;                                    /**< open; field 5 */
     uint8_t flag_6;                                    /**< open; field 6; 1 after a reset */
@@ -632,7 +635,7 @@ struct quill_nyx_error {
     char *error_app_tag;                   /**< application tag; field 4 */
     quill_nyx_datatree error_path;         /**< path of the failing node, as a one-node tree; field 5 */
     quill_nyx_error_message error_message; /**< message; field 6 */
-    quill_nyx_datatree error_info;         /**< error-info content; its children are the info elements such as bad-element; field 7 */
+    quill_nyx_datatree error_info;         /**< its children are info elements, such as bad-element; field 7 */
     /** Presence: bit k of these bytes belongs to the k-th member. @{ */
     uint8_t has_error_type : 1;
     uint8_t has_error_tag : 1;
@@ -646,7 +649,7 @@ struct quill_nyx_error {
 
 /** The outcome of a request. */
 struct quill_nyx_request_result {
-    uint32_t uint32_1;     /**< result status: 0 the request failed, 1 it succeeded; field 1 */
+    uint32_t uint32_1;     /**< result status: 0 failed, 1 succeeded; a boolean kept in 32 bits; field 1 */
     uint32_t uint32_2;     /**< open; field 2 */
     char *string_3;        /**< open; field 3 */
     quill_nyx_error error; /**< the error; field 33 */

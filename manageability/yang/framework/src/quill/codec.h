@@ -20,6 +20,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "quill.h"
 
@@ -90,83 +91,121 @@ QUILL_INLINE uint64_t held(const void *block) {
     return reinterpret_cast<uintptr_t>(block);
 }
 
-// Zeroes a record: a small one with plain stores, a large one by the C library. GCC would make a slow string
-// instruction of either if it knew the size and saw a memset.
-template <class Record>
-QUILL_INLINE void zero_record(Record *record) {
-    std::size_t left = sizeof(Record);
-    auto *at = reinterpret_cast<uint8_t *>(record);
-    if constexpr (sizeof(Record) > 256) {
-        __asm__("" : "+r"(left));
-        std::memset(at, 0, left);
-        return;
-    }
-    for (; left >= sizeof(__m128i); left -= sizeof(__m128i), at += sizeof(__m128i)) {
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(at), _mm_setzero_si128());
-    }
-    for (; left != 0; --left) {
-        *at++ = 0;
-    }
-}
-
-// Copies a record byte by byte, for GCC with the same precaution.
-template <class Record>
-QUILL_INLINE void copy_record_bytes(Record *dst, const Record *src) {
-    std::size_t left = sizeof(Record);
-    auto *to = reinterpret_cast<uint8_t *>(dst);
-    const auto *from = reinterpret_cast<const uint8_t *>(src);
-    if constexpr (sizeof(Record) > 256) {
-        __asm__("" : "+r"(left));
-        std::memcpy(to, from, left);
-        return;
-    }
-    for (; left >= sizeof(__m128i); left -= sizeof(__m128i), to += sizeof(__m128i), from += sizeof(__m128i)) {
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(to), _mm_loadu_si128(reinterpret_cast<const __m128i *>(from)));
-    }
-    for (; left != 0; --left) {
-        *to++ = *from++;
-    }
-}
-
-// What resets and copies leave of a record: the presence bits that belong to no member, at any inline depth.
+// What resets and copies leave of a record as it was: the presence bits that belong to no member, at any inline depth.
 template <class Record>
 struct kept_bits {
-    uint8_t image[sizeof(Record)] = {};
+    alignas(16) uint8_t image[sizeof(Record)] = {};
 
     constexpr kept_bits() { codec<Record>::keep_spare_bits(image); }
+
+    [[nodiscard]] constexpr bool any(std::size_t from, std::size_t to) const {
+        bool found = false;
+        for (std::size_t i = from; i < to && i < sizeof(Record); ++i) {
+            found = found || image[i] != 0;
+        }
+        return found;
+    }
 };
 
 template <class Record>
 inline constexpr kept_bits<Record> kept_bits_of;
 
+// Records are zeroed and copied in chunks of sixteen bytes, each with the instructions that its kept bits need. GCC
+// would make a slow string instruction of a memset or memcpy whose size it knows.
+inline constexpr std::size_t chunk = 16;
+
 template <class Record>
-QUILL_NOINLINE void zero_around_spare_bits(Record *record) {
-    auto *at = reinterpret_cast<uint8_t *>(record);
-    for (std::size_t i = 0; i < sizeof(Record); ++i) {
-        at[i] &= kept_bits_of<Record>.image[i];
+inline constexpr auto chunks_of = std::make_index_sequence<(sizeof(Record) + chunk - 1) / chunk>{};
+
+// A larger record is left to the C library if its spare bits are clear.
+template <class Record>
+inline constexpr bool is_large = sizeof(Record) > 256;
+
+enum class keep { nothing, spare_bits };
+
+template <keep Keep, class Record, std::size_t K>
+QUILL_INLINE void zero_chunk(uint8_t *at) {
+    constexpr std::size_t from = K * chunk;
+    if constexpr (from + chunk > sizeof(Record)) {
+        for (std::size_t i = from; i < sizeof(Record); ++i) {
+            at[i] &= Keep == keep::nothing ? uint8_t{0} : kept_bits_of<Record>.image[i];
+        }
+    } else {
+        auto *to = reinterpret_cast<__m128i *>(at + from);
+        __m128i value = _mm_setzero_si128();
+        if constexpr (Keep == keep::spare_bits && kept_bits_of<Record>.any(from, from + chunk)) {
+            const auto *kept = reinterpret_cast<const __m128i *>(kept_bits_of<Record>.image + from);
+            value = _mm_and_si128(_mm_loadu_si128(to), _mm_load_si128(kept));
+        }
+        _mm_storeu_si128(to, value);
     }
 }
 
+template <class Record, std::size_t K>
+QUILL_INLINE void copy_chunk(uint8_t *dst, const uint8_t *src) {
+    constexpr std::size_t from = K * chunk;
+    if constexpr (from + chunk > sizeof(Record)) {
+        for (std::size_t i = from; i < sizeof(Record); ++i) {
+            const uint8_t kept = kept_bits_of<Record>.image[i];
+            dst[i] = static_cast<uint8_t>((dst[i] & kept) | (src[i] & ~kept));
+        }
+    } else {
+        auto *to = reinterpret_cast<__m128i *>(dst + from);
+        __m128i value = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + from));
+        if constexpr (kept_bits_of<Record>.any(from, from + chunk)) {
+            const __m128i kept = _mm_load_si128(reinterpret_cast<const __m128i *>(kept_bits_of<Record>.image + from));
+            value = _mm_or_si128(_mm_and_si128(_mm_loadu_si128(to), kept), _mm_andnot_si128(kept, value));
+        }
+        _mm_storeu_si128(to, value);
+    }
+}
+
+template <keep Keep, class Record, std::size_t... K>
+QUILL_INLINE void zero_chunks(Record *record, std::index_sequence<K...> /*chunks*/) {
+    (zero_chunk<Keep, Record, K>(reinterpret_cast<uint8_t *>(record)), ...);
+}
+
+template <class Record, std::size_t... K>
+QUILL_INLINE void copy_chunks(Record *dst, const Record *src, std::index_sequence<K...> /*chunks*/) {
+    (copy_chunk<Record, K>(reinterpret_cast<uint8_t *>(dst), reinterpret_cast<const uint8_t *>(src)), ...);
+}
+
+// Zeroes a record in fresh memory.
+template <class Record>
+QUILL_INLINE void zero_record(Record *record) {
+    zero_chunks<keep::nothing>(record, chunks_of<Record>);
+}
+
 // Resets a record of any state: everything but the spare presence bits becomes zero, then the members that have other
-// reset values get them. Most records come with their spare bits clear: then they need not be stepped around.
+// reset values get them.
 template <class Record>
 QUILL_NOINLINE void reset_record(Record *record) {
-    if (codec<Record>::has_spare_bits(record)) {
-        zero_around_spare_bits(record);
+    if constexpr (is_large<Record>) {
+        if (!codec<Record>::has_spare_bits(record)) {
+            std::size_t size = sizeof(Record);
+            __asm__("" : "+r"(size));
+            std::memset(static_cast<void *>(record), 0, size);
+        } else {
+            zero_chunks<keep::spare_bits>(record, chunks_of<Record>);
+        }
     } else {
-        zero_record(record);
+        zero_chunks<keep::spare_bits>(record, chunks_of<Record>);
     }
     codec<Record>::set_defaults(record);
 }
 
+// Copies the members of a record byte by byte, pointers included.
 template <class Record>
-QUILL_NOINLINE void copy_around_spare_bits(Record *dst, const Record *src) {
-    auto *to = reinterpret_cast<uint8_t *>(dst);
-    const auto *from = reinterpret_cast<const uint8_t *>(src);
-    for (std::size_t i = 0; i < sizeof(Record); ++i) {
-        const uint8_t keep = kept_bits_of<Record>.image[i];
-        to[i] = static_cast<uint8_t>((to[i] & keep) | (from[i] & ~keep));
+QUILL_INLINE void copy_members(Record *dst, const Record *src) {
+    if constexpr (is_large<Record>) {
+        if (!codec<Record>::has_spare_bits(dst) && !codec<Record>::has_spare_bits(src)) {
+            std::size_t size = sizeof(Record);
+            __asm__("" : "+r"(size));
+            std::memcpy(static_cast<void *>(dst), src, size);
+            return;
+        }
     }
+    copy_chunks(dst, src, chunks_of<Record>);
 }
 
 // memcpy for the short texts that messages are made of: two overlapping moves instead of a call.

@@ -193,12 +193,13 @@ QUILL_INLINE const uint8_t *decode_record(bool occurred, Record *member, const u
 // Steps over a value: a varint or a length with its bytes.
 template <uint32_t WireType>
 QUILL_INLINE const uint8_t *skip_value(const uint8_t *at, const uint8_t *end, decoding &in) {
-    if (WireType == wire_varint) {
+    if constexpr (WireType == wire_varint) {
         return quill_read_varint32(nullptr, at, end, in);
+    } else {
+        uint32_t length = 0;
+        at = read_length(&length, at, end, in);
+        return at != nullptr ? at + length : nullptr;
     }
-    uint32_t length = 0;
-    at = read_length(&length, at, end, in);
-    return at != nullptr ? at + length : nullptr;
 }
 
 // Counts the elements of a run that starts behind its first tag. Tags are compared by field number alone.

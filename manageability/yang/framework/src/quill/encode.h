@@ -2,7 +2,8 @@
 //
 // The bytes are those of a scheme that sizes every nested record by a dry run before it writes it, at every level anew;
 // the time is not. Here one pass over the record finds the whole size, and a second one writes from the last byte to
-// the first, where each length is known when its turn comes: it is the distance between two positions.
+// the first, where each length is known when its turn comes: it is the distance between two positions. A position
+// behind the buffer's end is only counted, so a short buffer takes the same two passes.
 #ifndef QUILL_ENCODE_H
 #define QUILL_ENCODE_H
 
@@ -27,29 +28,32 @@ inline constexpr uint64_t tag_size = varint_size(tag_of(Field, wire_bytes));
 // The size pass of a caller that only asks for the size.
 struct measuring {
     static uint64_t length_of(const char *text) { return std::strlen(text); }
-    static void remember(uint64_t /*finding*/) {}
+    static void remember(uint32_t /*finding*/) {}
     static uint64_t leave(uint64_t size) { return size; }
 };
 
 // The size pass of a caller that goes on to write: counts the segments and remembers its first findings (what strlen
-// said of a text, which members of a wide record are worth a look), which the writing pass then need not make again.
-// The writers are made of it and take the findings back from the last to the first.
-class preparing {
+// said of a text, which nested records of a wide one are written). The writing pass takes them back from the last to
+// the first and need not make them again.
+class findings {
   public:
     // Only what was remembered is recalled; GCC cannot see that where it inlines both passes of a small record.
-    preparing() { findings_[0] = 0; }
-
-    QUILL_INLINE void remember(uint64_t finding) {
-        if (count_ < remembered) {
-            findings_[count_] = finding;
-        }
-        ++count_;
-    }
+    findings() { table_[0] = 0; }
 
     QUILL_INLINE uint64_t length_of(const char *text) {
         const uint64_t length = std::strlen(text);
-        remember(length);
+        if (__builtin_expect(length > UINT32_MAX, 0) && usable_ > count_) {
+            usable_ = static_cast<uint32_t>(count_);  // the table's entries are too small for this one
+        }
+        remember(static_cast<uint32_t>(length));
         return length;
+    }
+
+    QUILL_INLINE void remember(uint32_t finding) {
+        if (count_ < usable_) {
+            table_[count_] = finding;
+        }
+        ++count_;
     }
 
     uint64_t leave(uint64_t size) {
@@ -57,35 +61,33 @@ class preparing {
         return size;
     }
 
-    // What was not remembered is said by `unknown`.
-    QUILL_INLINE uint64_t recall(uint64_t unknown) {
-        --count_;
-        return count_ < remembered ? findings_[count_] : unknown;
-    }
-
-  protected:
     QUILL_INLINE uint64_t length_again(const char *text) {
         --count_;
-        return count_ < remembered ? findings_[count_] : std::strlen(text);
+        return count_ < usable_ ? table_[count_] : std::strlen(text);
+    }
+
+    // What was not remembered is said by `unknown`.
+    QUILL_INLINE uint32_t recall(uint32_t unknown) {
+        --count_;
+        return count_ < usable_ ? table_[count_] : unknown;
     }
 
     [[nodiscard]] uint32_t segments() const { return segments_; }
 
   private:
-    static constexpr uint64_t remembered = 2048;
+    static constexpr uint32_t capacity = 2048;
 
     uint64_t count_ = 0;
+    uint32_t usable_ = capacity;
     uint32_t segments_ = 0;
-    uint64_t findings_[remembered];
+    uint32_t table_[capacity];
 };
 
 // Writes a message that fits its buffer. A position is where the byte written last lies.
-class direct_writer : public preparing {
+class direct_writer : public findings {
   public:
     using position = uint8_t *;
     struct mark {};
-
-    QUILL_INLINE uint64_t length_of(const char *text) { return length_again(text); }
 
     static QUILL_INLINE position varint(uint64_t value, position at) {
         if (value < 0x80) {
@@ -119,18 +121,21 @@ class direct_writer : public preparing {
 
 // Writes a message that is cut at the buffer's end, or that collects its segments, or both. A position is a distance
 // from the message's start.
-class guarded_writer : public preparing {
+class guarded_writer {
   public:
     using position = uint64_t;
     using mark = uint32_t;
 
-    guarded_writer(uint8_t *buffer, uint64_t limit, quill_segment *segments, uint32_t capacity)
-        : buffer_(buffer), limit_(limit), segments_(segments), capacity_(capacity) {}
+    guarded_writer(findings &found, uint8_t *buffer, uint64_t limit, quill_segment *segments, uint32_t capacity)
+        : found_(found),
+          buffer_(buffer),
+          limit_(limit),
+          segments_(segments),
+          capacity_(capacity),
+          next_(found.segments()) {}
 
-    // Between the size pass and the writing pass.
-    uint32_t start() { return next_ = segments(); }
-
-    QUILL_INLINE uint64_t length_of(const char *text) { return length_again(text); }
+    uint64_t length_again(const char *text) { return found_.length_again(text); }
+    uint32_t recall(uint32_t unknown) { return found_.recall(unknown); }
 
     position varint(uint64_t value, position at) {
         at -= varint_size(value);
@@ -174,11 +179,12 @@ class guarded_writer : public preparing {
     // Only the whole message starts at 0; it is reported at the buffer as the caller passed it.
     [[nodiscard]] const uint8_t *start_of(position at) const { return at == 0 || at < limit_ ? buffer_ + at : nullptr; }
 
+    findings &found_;
     uint8_t *buffer_;
     uint64_t limit_;
     quill_segment *segments_;
     uint32_t capacity_;
-    uint32_t next_ = 0;
+    uint32_t next_;
 };
 
 template <class Writer>
@@ -232,6 +238,16 @@ QUILL_INLINE uint64_t size_record(bool present, const Record *record, Pass &pass
     return size != 0 || present ? size_prefixed<Field>(size) : 0;
 }
 
+// A level more in the frame of a record that holds itself, or a call.
+template <int Levels, class Record, class Pass>
+QUILL_INLINE uint64_t size_element(const Record *record, Pass &pass) {
+    if constexpr (Levels > 1) {
+        return codec<Record>::template size_levels<Levels - 1>(record, pass);
+    } else {
+        return codec<Record>::size(record, pass);
+    }
+}
+
 template <uint32_t Field, int Levels = 0, class Record, class Pass>
 QUILL_INLINE uint64_t size_records(const Record *records, uint32_t count, Pass &pass) {
     if (records == nullptr) {
@@ -239,17 +255,13 @@ QUILL_INLINE uint64_t size_records(const Record *records, uint32_t count, Pass &
     }
     uint64_t size = 0;
     for (const Record *record = records; record != records + count; ++record) {
-        if constexpr (Levels > 1) {
-            size += size_prefixed<Field>(codec<Record>::template size_levels<Levels - 1>(record, pass));
-        } else {
-            size += size_prefixed<Field>(codec<Record>::size(record, pass));
-        }
+        size += size_prefixed<Field>(size_element<Levels>(record, pass));
     }
     return size;
 }
 
 // Notes which nested records of a wide record are written.
-QUILL_INLINE uint64_t note(uint64_t &found, uint64_t bit, uint64_t size) {
+QUILL_INLINE uint64_t note(uint32_t &found, uint32_t bit, uint64_t size) {
     found |= size != 0 ? bit : 0;
     return size;
 }
@@ -276,7 +288,7 @@ QUILL_INLINE position_in<Writer> write_text(const char *text, position_in<Writer
     if (text == nullptr) {
         return at;
     }
-    const uint64_t length = out.length_of(text);
+    const uint64_t length = out.length_again(text);
     return write_length<Field>(length, out.bytes(text, length, at), out);
 }
 
@@ -325,9 +337,7 @@ QUILL_INLINE position_in<Writer> write_records(const Record *records, uint32_t c
     return at;
 }
 
-// The three ways of encoding. Each has its own frame, so that a caller who asks for the size alone does not pay for the
-// others' room.
-
+// A caller who asks for the size alone does not pay for the findings' room.
 template <class Record>
 QUILL_NOINLINE uint64_t size_only(const Record *record) {
     measuring pass;
@@ -335,35 +345,31 @@ QUILL_NOINLINE uint64_t size_only(const Record *record) {
 }
 
 template <class Record>
-QUILL_NOINLINE uint64_t write_guarded(const Record *record, uint8_t *buffer, uint64_t limit, quill_segment *segments,
-                                      uint32_t *segment_count) {
-    const uint32_t capacity = segment_count != nullptr && segments != nullptr ? *segment_count : 0;
-    guarded_writer out(buffer, limit, segments, capacity);
-    const uint64_t size = codec<Record>::size(record, static_cast<preparing &>(out));
-    const uint32_t produced = out.start();
-    codec<Record>::write(record, size, out);
+QUILL_NOINLINE void write_guarded(const Record *record, uint64_t size, findings &found, uint8_t *buffer, uint64_t limit,
+                                  quill_segment *segments, uint32_t *segment_count) {
+    uint32_t capacity = 0;
     if (segment_count != nullptr) {
-        *segment_count = produced;
+        capacity = segments != nullptr ? *segment_count : 0;
+        *segment_count = found.segments();
     }
-    return size;
+    guarded_writer out(found, buffer, limit, segments, capacity);
+    codec<Record>::write(record, size, out);
 }
 
 template <class Record>
 uint64_t encode(const Record *record, uint8_t *buffer, uint64_t buffer_length, quill_segment *segments,
                 uint32_t *segment_count) {
     const uint64_t limit = buffer != nullptr ? buffer_length : 0;
-    if (segment_count != nullptr) {
-        return write_guarded(record, buffer, limit, segments, segment_count);
-    }
-    if (limit == 0) {
+    if (limit == 0 && segment_count == nullptr) {
         return size_only(record);
     }
     direct_writer out;
-    const uint64_t size = codec<Record>::size(record, static_cast<preparing &>(out));
-    if (size > limit) {
-        return write_guarded(record, buffer, limit, nullptr, nullptr);
+    const uint64_t size = codec<Record>::size(record, static_cast<findings &>(out));
+    if (size <= limit && segment_count == nullptr) {
+        codec<Record>::write(record, buffer + size, out);
+    } else {
+        write_guarded(record, size, out, buffer, limit, segments, segment_count);
     }
-    codec<Record>::write(record, buffer + size, out);
     return size;
 }
 

@@ -74,7 +74,7 @@ template <int Levels = 0, class Record>
 QUILL_INLINE bool copy_records(Record **dst, uint32_t *dst_count, const Record *src, uint32_t count, copying &call) {
     const bool copied = copy_array(dst, dst_count, src, count, call);
     for (uint32_t i = 0; i < *dst_count; ++i) {
-        copy_record_bytes(*dst + i, src + i);
+        copy_members(*dst + i, src + i);
         if constexpr (Levels > 1) {
             codec<Record>::template copy_owned_levels<Levels - 1>(*dst + i, src + i, call);
         } else {
@@ -95,11 +95,7 @@ template <class Record>
 int32_t duplicate(Record *dst, const Record *src, quill_alloc_fn alloc, void *alloc_ctx) {
     copying call = {alloc, alloc_ctx, 0};
     if constexpr (codec<Record>::members != 0) {
-        if (codec<Record>::has_spare_bits(dst) || codec<Record>::has_spare_bits(src)) {
-            copy_around_spare_bits(dst, src);
-        } else {
-            copy_record_bytes(dst, src);
-        }
+        copy_members(dst, src);
         codec<Record>::copy_owned(dst, src, call);
     }
     return call.result;
