@@ -32,10 +32,10 @@ struct rule {
     const char *line;
 };
 
-const std::set<member_kind> numbers = {{member_kind::number32}, member_kind::number64};
-const std::set<member_kind> flags = {{member_kind::flag}, member_kind::wide_flag};
-const std::set<member_kind> varints = {
-    {member_kind::number32}, member_kind::number64, member_kind::flag, member_kind::wide_flag};
+const std::set<member_kind> numbers = {member_kind::number32, member_kind::number64};
+const std::set<member_kind> flags = {member_kind::flag, member_kind::wide_flag};
+const std::set<member_kind> varints = {member_kind::number32, member_kind::number64, member_kind::flag,
+                                       member_kind::wide_flag};
 
 // The line that a member of each kind adds to a function; a kind that is not listed adds none.
 template <size_t N>
