@@ -568,6 +568,49 @@ TEST(Decode, NestedRecordThatComesEmptyAgainIsEmpty) {
     lock.expect_lost(1);
 }
 
+// Bits of no member are kept by the reset of a record that occurs again, as by the first one; of a small record and of
+// one that is reset as a whole.
+TEST(Decode, NestedRecordThatComesAgainKeepsBitsOfNoMember) {
+    quill_nyx_lock lock = {};
+    auto *target_presence = reinterpret_cast<uint8_t *>(&lock.target) + 8;
+    *target_presence = 0xFE;
+    const uint8_t twice[] = {0x0A, 0x00, 0x0A, 0x00};
+    EXPECT_EQ(quill_nyx_lock_decode_ext(&lock, twice, sizeof twice, nullptr, nullptr), 0);
+    EXPECT_EQ(*target_presence, 0xFE);
+
+    quill_nyx_request request = {};
+    const uint8_t copy_config_twice[] = {0xC2, 0x02, 0x00, 0xC2, 0x02, 0x00};
+    uint8_t *presence = reinterpret_cast<uint8_t *>(&request.copy_config.source) + 8;
+    *presence = 0xFE;
+    EXPECT_EQ(quill_nyx_request_decode_ext(&request, copy_config_twice, sizeof copy_config_twice, nullptr, nullptr, 0),
+              0);
+    EXPECT_EQ(*presence, 0xFE);
+    EXPECT_EQ(request.has_copy_config, 1);
+}
+
+// An allocation function may use the codec itself: a call's state is its own.
+TEST(Decode, AllocationFunctionMayDecode) {
+    static char room[64];
+    struct {
+        int32_t inner_result = 0;
+        std::size_t used = 0;
+    } calls;
+    const auto take = [](uint64_t size, void *ctx) -> void * {
+        auto &seen = *static_cast<decltype(calls) *>(ctx);
+        quill_nyx_lock inner = {};
+        const uint8_t malformed[] = {0x0A, 0x05};
+        seen.inner_result = quill_nyx_lock_decode_ext(&inner, malformed, sizeof malformed, nullptr, nullptr);
+        char *block = room + seen.used;
+        seen.used += size;
+        return block;
+    };
+    quill_nyx_datastore datastore = {};
+    const uint8_t message[] = {0x0A, 0x01, 'x'};
+    EXPECT_EQ(quill_nyx_datastore_decode_ext(&datastore, message, sizeof message, take, &calls), 0);
+    EXPECT_EQ(calls.inner_result, QUILL_DECODE_MALFORMED);
+    EXPECT_STREQ(datastore.name, "x");
+}
+
 TEST(Decode, RunOfRecordsIsOneBlock) {
     decoded<quill_nyx_datatree> tree(record_id::datatree, {0x32, 0x03, 0x0A, 0x01, 'a', 0x32, 0x00, 0x32, 0x06, 0x0A,
                                                            0x01, 'b', 0x12, 0x01, 'c', 0x20, 0x01});

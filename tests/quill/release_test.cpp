@@ -418,6 +418,30 @@ struct meddling {
     }
 };
 
+// The free function still finds the block where it was.
+TEST(Release, BlockIsGivenBeforeItIsForgotten) {
+    quill_nyx_attribute attribute = {};
+    attribute.has_key = 1;
+    attribute.key = text("key");
+    quill_nyx_edit_ins_key record = {};
+    record.keys = &attribute;
+    record.keys_count = 1;
+    record.value = text("value");
+    const auto look = [](void *block, void *ctx) {
+        const auto &seen = *static_cast<quill_nyx_edit_ins_key *>(ctx);
+        if (block == seen.keys) {
+            EXPECT_EQ(seen.keys_count, 1U);
+        } else if (seen.keys != nullptr) {
+            EXPECT_EQ(block, seen.keys[0].key);
+        } else {
+            EXPECT_EQ(block, seen.value);
+        }
+    };
+    quill_nyx_edit_ins_key_free_ext(&record, look, &record);
+    EXPECT_EQ(record.keys, nullptr);
+    EXPECT_EQ(record.value, nullptr);
+}
+
 TEST(Release, CountIsReadAnewOnEachPass) {
     quill_nyx_attribute keys[4] = {};
     keys[0].key = text("k0");

@@ -222,6 +222,26 @@ TEST(StackDepth, BytesPerLevel) {
     }
 }
 
+// What an operation takes at any depth: the encoder's table above all. Threads with small stacks count on it.
+TEST(StackDepth, FixedPartIsSmall) {
+    const std::function<void(operations &)> cases[] = {
+        [](operations &on) { on.size_only(); },
+        [](operations &on) { on.write(); },
+        [](operations &on) { on.write_with_segments(); },
+        [](operations &on) { on.write_short(); },
+        [](operations &on) { on.decode(); },
+        [](operations &on) { on.duplicate(); },
+    };
+    for (const auto &work : cases) {
+        const std::size_t used = stack_of(
+            1, [](operations &) {}, work);
+        std::printf("%zu bytes at depth 1\n", used);
+        if (release_build) {
+            EXPECT_LE(used, 16384U);  // also the thread's own start, which is about 4 KiB of it
+        }
+    }
+}
+
 // The nodes of both chains have the same names all the way down; compared without recursion.
 std::size_t common_depth(const quill_nyx_datatree *left, const quill_nyx_datatree *right) {
     std::size_t depth = 0;
