@@ -71,7 +71,7 @@ class arena {
 
   private:
     static constexpr uint64_t alignment = alignof(std::max_align_t);
-    static constexpr uint64_t chunk_size = 16 * 1024;
+    static constexpr uint64_t chunk_size = uint64_t{16} * 1024;
 
     struct release {
         void operator()(std::byte *chunk) const noexcept { std::free(chunk); }

@@ -62,14 +62,22 @@ xmlNode *rpc_element(const xml_document &document) {
 
 }  // namespace
 
-bool agent::handle(std::string_view text, uint32_t session) {
-    bool succeeded = true;
+std::vector<std::string_view> split_messages(std::string_view text) {
+    std::vector<std::string_view> messages;
     while (!trimmed(text).empty()) {
         const size_t end = text.find(end_of_message);
         if (const std::string_view one = trimmed(text.substr(0, end)); !one.empty()) {
-            succeeded = handle_one(one, session) && succeeded;
+            messages.push_back(one);
         }
         text = end == std::string_view::npos ? std::string_view() : text.substr(end + end_of_message.size());
+    }
+    return messages;
+}
+
+bool agent::handle(std::string_view text, uint32_t session) {
+    bool succeeded = true;
+    for (const std::string_view one : split_messages(text)) {
+        succeeded = handle_one(one, session) && succeeded;
     }
     return succeeded;
 }

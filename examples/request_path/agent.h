@@ -9,11 +9,16 @@
 #include <iosfwd>
 #include <map>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "wire.h"
 
 namespace request_path {
+
+/** @return the XML documents in a text that holds one, or several with the end-of-message marker between them */
+std::vector<std::string_view> split_messages(std::string_view text);
 
 class agent {
   public:
@@ -24,8 +29,7 @@ class agent {
     void cut_next_message(uint64_t bytes) { cut_after_ = bytes; }
 
     /**
-     * Handles rpc elements one after the other.
-     * @param text     one XML document, or several with the end-of-message marker between them
+     * Handles the rpc elements of a text one after the other.
      * @param session  which of this agent's sessions they belong to; each is opened before its first rpc element
      * @return whether all of them succeeded
      */

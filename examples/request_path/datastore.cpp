@@ -45,13 +45,17 @@ void datastores::commit() {
     }
 }
 
-void datastores::forget_session(uint32_t session) {
-    if (lock_holder(store::candidate) == session) {
+void datastores::unlock(store which) {
+    if (which == store::candidate) {
         discard();
     }
-    for (uint32_t &holder : locks_) {
-        if (holder == session) {
-            holder = 0;
+    locks_[index(which)] = 0;
+}
+
+void datastores::forget_session(uint32_t session) {
+    for (const store which : {store::running, store::candidate, store::startup}) {
+        if (lock_holder(which) == session) {
+            unlock(which);
         }
     }
 }

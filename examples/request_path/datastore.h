@@ -32,9 +32,10 @@ class datastores {
     /** @return the session that holds the lock, or 0 */
     uint32_t lock_holder(store which) const { return locks_[index(which)]; }
     void lock(store which, uint32_t session) { locks_[index(which)] = session; }
-    void unlock(store which) { locks_[index(which)] = 0; }
+    /** With its lock, the candidate loses the changes that were not committed. */
+    void unlock(store which);
 
-    /** Frees the session's locks; changes of a candidate that it had locked are discarded. */
+    /** Unlocks what the session has locked. */
     void forget_session(uint32_t session);
 
   private:

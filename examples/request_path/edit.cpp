@@ -4,8 +4,14 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <set>
+#include <string>
+#include <string_view>
 #include <tuple>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
 namespace request_path {
 
@@ -43,19 +49,35 @@ std::string quoted(std::string_view value) {
 /* The absolute path of a node: its ancestors from the top, and itself. */
 class node_path {
   public:
-    void enter(const node &next) { nodes_.push_back(&next); }
-    void leave() { nodes_.pop_back(); }
-    void describe_in(rpc_failure &failure) const {
-        for (const node *step : nodes_) {
-            const std::string prefix = prefix_of(step->name_space, failure.path_spaces);
-            failure.path += "/" + prefix + step->name;
-            if (const node *key = key_leaf(*step)) {
+    void enter(const node &next) { steps_.push_back({&next, std::nullopt}); }
+    void leave() { steps_.pop_back(); }
+
+    /* @return the failure with this path in it */
+    rpc_failure blame(rpc_failure failure) {
+        for (step &next : steps_) {
+            const std::string prefix = prefix_of(next.place->name_space, failure.path_spaces);
+            failure.path += "/" + prefix + next.place->name;
+            if (const node *key = key_of(next)) {
                 failure.path += "[" + prefix + key->name + "=" + quoted(trimmed(key->value)) + "]";
             }
         }
+        return failure;
     }
 
   private:
+    struct step {
+        const node *place;
+        std::optional<const node *> key;  ///< once it has been looked for
+    };
+
+    /* Many failures may share an ancestor that has many children. */
+    static const node *key_of(step &of) {
+        if (!of.key) {
+            of.key = key_leaf(*of.place);
+        }
+        return *of.key;
+    }
+
     static std::string prefix_of(const std::string &name_space, std::vector<std::string> &known) {
         if (name_space.empty()) {
             return {};
@@ -68,13 +90,8 @@ class node_path {
         return "ns" + std::to_string(number) + ":";
     }
 
-    std::vector<const node *> nodes_;
+    std::vector<step> steps_;
 };
-
-bool is_repeated(const node &wanted, const node &parent) {
-    return std::count_if(parent.children.begin(), parent.children.end(),
-                         [&wanted](const node &child) { return same_name(wanted, child); }) > 1;
-}
 
 bool same_instance(const node &wanted, const node &existing, bool repeated) {
     if (!same_name(wanted, existing)) {
@@ -87,50 +104,206 @@ bool same_instance(const node &wanted, const node &existing, bool repeated) {
     return !repeated || same_content(wanted, existing);
 }
 
+/* What a node can be looked up by, as one string each. Different nodes may share one: same_instance() decides. */
+namespace identity {
+
+void append_part(std::string &text, std::string_view part) {
+    text += part;
+    text += '\0';  // no name and no value contains one
+}
+
+std::string of_name(const node &of, char kind = 'n') {
+    std::string text(1, kind);
+    append_part(text, of.name_space);
+    append_part(text, of.name);
+    return text;
+}
+
+/* @param key  a child of the node, in the node's namespace */
+std::string of_key(const node &of, const node &key) {
+    std::string text = of_name(of, 'k');
+    append_part(text, key.name);
+    append_part(text, trimmed(key.value));
+    return text;
+}
+
+/* The first nodes of a tree tell most trees apart, and looking at no more bounds what a large tree costs. */
+void append_content(std::string &text, const node &of, size_t &nodes_left) {
+    for (const node &child : of.children) {
+        if (nodes_left == 0) {
+            return;
+        }
+        --nodes_left;
+        append_part(text, child.name);
+        append_part(text, trimmed(child.value));
+        append_content(text, child, nodes_left);
+    }
+}
+
+std::string of_content(const node &of) {
+    std::string text = of_name(of, 'c');
+    append_part(text, trimmed(of.value));
+    size_t nodes_left = 8;
+    append_content(text, of, nodes_left);
+    return text;
+}
+
+}  // namespace identity
+
+/* Finds nodes among siblings without looking at all of them. Who changes a sibling takes it out of the index before
+ * and puts it back afterwards. */
+class sibling_index {
+  public:
+    explicit sibling_index(const std::vector<node> &siblings) : siblings_(siblings) {
+        for (size_t position = 0; position < siblings.size(); ++position) {
+            put(position);
+        }
+    }
+
+    void put(size_t position) {
+        for (std::string &text : identities(siblings_[position])) {
+            positions_[std::move(text)].insert(position);
+        }
+    }
+
+    void take(size_t position) {
+        for (const std::string &text : identities(siblings_[position])) {
+            positions_[text].erase(position);
+        }
+    }
+
+    /* @return whether several siblings have the name of this node */
+    bool repeats(const node &wanted) const { return at(identity::of_name(wanted)).size() > 1; }
+
+    /* @return the positions of the siblings that the node may mean, the first one first */
+    const std::set<size_t> &candidates(const node &wanted, bool repeated) const {
+        if (const node *key = key_leaf(wanted)) {
+            return at(identity::of_key(wanted, *key));
+        }
+        return at(repeated ? identity::of_content(wanted) : identity::of_name(wanted));
+    }
+
+  private:
+    const std::set<size_t> &at(const std::string &text) const {
+        static const std::set<size_t> none;
+        const auto found = positions_.find(text);
+        return found == positions_.end() ? none : found->second;
+    }
+
+    static std::vector<std::string> identities(const node &of) {
+        std::vector<std::string> all{identity::of_name(of), identity::of_content(of)};
+        for (const char *name : key_names) {
+            if (const node *key = find_child(of, {name, of.name_space, {}, {}, {}, {}})) {
+                all.push_back(identity::of_key(of, *key));
+            }
+        }
+        return all;
+    }
+
+    const std::vector<node> &siblings_;
+    std::unordered_map<std::string, std::set<size_t>> positions_;
+};
+
+/* The children of a node while they are edited. Dropped ones keep their places until the end, so that the positions
+ * of the others stay as they are. */
+class edited_children {
+  public:
+    explicit edited_children(std::vector<node> &children) : children_(children), index_(children) {}
+
+    bool repeats(const node &wanted) const { return index_.repeats(wanted); }
+
+    std::optional<size_t> find(const node &wanted, bool repeated) const {
+        const std::set<size_t> &candidates = index_.candidates(wanted, repeated);
+        const auto found = std::find_if(candidates.begin(), candidates.end(), [&](size_t position) {
+            return same_instance(wanted, children_[position], repeated);
+        });
+        return found == candidates.end() ? std::nullopt : std::optional(*found);
+    }
+
+    size_t add(node child) {
+        children_.push_back(std::move(child));
+        index_.put(children_.size() - 1);
+        return children_.size() - 1;
+    }
+
+    template <class change_type>
+    void change(size_t position, change_type make_change) {
+        index_.take(position);
+        make_change(children_[position]);
+        index_.put(position);
+    }
+
+    void drop(size_t position) {
+        index_.take(position);
+        dropped_.insert(position);
+    }
+
+    /* Removes what was dropped; the last thing to be done. */
+    void finish() {
+        if (dropped_.empty()) {
+            return;
+        }
+        std::vector<node> kept;
+        for (size_t position = 0; position < children_.size(); ++position) {
+            if (!dropped_.contains(position)) {
+                kept.push_back(std::move(children_[position]));
+            }
+        }
+        children_ = std::move(kept);
+    }
+
+  private:
+    std::vector<node> &children_;
+    sibling_index index_;
+    std::unordered_set<size_t> dropped_;
+};
+
 class editor {
   public:
     explicit editor(bool keep_going) : keep_going_(keep_going) {}
 
     void apply_children(node &target, const node &edits, uint32_t inherited) {
+        edited_children children(target.children);
+        const sibling_index wanted_ones(edits.children);
         for (const node &wanted : edits.children) {
+            const bool repeated = wanted_ones.repeats(wanted) || children.repeats(wanted);
             path_.enter(wanted);
-            apply(target, edits, wanted, wanted.operation.value_or(inherited));
+            apply(children, children.find(wanted, repeated), wanted, wanted.operation.value_or(inherited));
             path_.leave();
         }
+        children.finish();
     }
 
     std::vector<rpc_failure> failures;
 
   private:
-    using position = std::vector<node>::iterator;
-
-    void apply(node &parent, const node &edits, const node &wanted, uint32_t operation) {
-        const bool repeated = is_repeated(wanted, edits) || is_repeated(wanted, parent);
-        const position found = std::find_if(parent.children.begin(), parent.children.end(), [&](const node &existing) {
-            return same_instance(wanted, existing, repeated);
-        });
-        const bool exists = found != parent.children.end();
+    /* @param found  where the data is that the edit's node means, if there is any */
+    void apply(edited_children &children, std::optional<size_t> found, const node &wanted, uint32_t operation) {
         switch (operation) {
             case QUILL_NYX_EDIT_OPERATION_MERGE:
-                merge(exists ? *found : add(parent, wanted), wanted, operation);
+                children.change(found ? *found : children.add(shell(wanted)),
+                                [&](node &place) { merge(place, wanted, operation); });
                 break;
             case QUILL_NYX_EDIT_OPERATION_REPLACE:
-                merge(exists ? *found = shell(wanted) : add(parent, wanted), wanted, operation);
+                children.change(found ? *found : children.add(shell(wanted)), [&](node &place) {
+                    place = shell(wanted);
+                    merge(place, wanted, operation);
+                });
                 break;
             case QUILL_NYX_EDIT_OPERATION_CREATE:
-                exists ? fail("data-exists", "The data to be created exists already.")
-                       : merge(add(parent, wanted), wanted, operation);
+                found ? fail("data-exists", "The data to be created exists already.")
+                      : children.change(children.add(shell(wanted)),
+                                        [&](node &place) { merge(place, wanted, operation); });
                 break;
             case QUILL_NYX_EDIT_OPERATION_DELETE:
-                exists ? void(parent.children.erase(found))
-                       : fail("data-missing", "The data to be deleted does not exist.");
+                found ? children.drop(*found) : fail("data-missing", "The data to be deleted does not exist.");
                 break;
             case QUILL_NYX_EDIT_OPERATION_REMOVE:
-                exists ? void(parent.children.erase(found)) : void();
+                found ? children.drop(*found) : void();
                 break;
             case operation_none:
-                exists ? apply_children(*found, wanted, operation)
-                       : fail("data-missing", "The data that holds the edited data does not exist.");
+                found ? children.change(*found, [&](node &place) { apply_children(place, wanted, operation); })
+                      : fail("data-missing", "The data that holds the edited data does not exist.");
                 break;
             default:
                 throw bad_attribute("operation", wanted.name);
@@ -138,11 +311,6 @@ class editor {
     }
 
     static node shell(const node &wanted) { return {wanted.name, wanted.name_space, {}, {}, {}, {}}; }
-
-    static node &add(node &parent, const node &wanted) {
-        parent.children.push_back(shell(wanted));
-        return parent.children.back();
-    }
 
     void merge(node &place, const node &wanted, uint32_t operation) {
         if ((!place.value.empty() && !wanted.is_leaf()) || (!wanted.value.empty() && !place.is_leaf())) {
@@ -158,12 +326,11 @@ class editor {
     }
 
     void fail(const char *tag, const char *message) {
-        rpc_failure failure = simple_failure(error_application, tag, message);
-        path_.describe_in(failure);
+        const rpc_failure failure = simple_failure(error_application, tag, message);
         if (!keep_going_) {
-            throw failure;
+            throw path_.blame(failure);
         }
-        failures.push_back(std::move(failure));
+        failures.push_back(path_.blame(failure));
     }
 
     bool keep_going_;
@@ -172,11 +339,24 @@ class editor {
 
 /* With the default operation "replace", the edit is all that is left. */
 void drop_unmentioned(node &content, const node &config) {
-    std::erase_if(content.children, [&config](const node &existing) {
-        return std::none_of(config.children.begin(), config.children.end(), [&](const node &wanted) {
-            return same_instance(wanted, existing, is_repeated(wanted, config));
-        });
-    });
+    const sibling_index existing(content.children);
+    const sibling_index wanted_ones(config.children);
+    std::vector<bool> mentioned(content.children.size());
+    for (const node &wanted : config.children) {
+        const bool repeated = wanted_ones.repeats(wanted);
+        for (const size_t position : existing.candidates(wanted, repeated)) {
+            if (same_instance(wanted, content.children[position], repeated)) {
+                mentioned[position] = true;
+            }
+        }
+    }
+    std::vector<node> kept;
+    for (size_t position = 0; position < mentioned.size(); ++position) {
+        if (mentioned[position]) {
+            kept.push_back(std::move(content.children[position]));
+        }
+    }
+    content.children = std::move(kept);
 }
 
 void validate_children(const node &parent, node_path &path) {
@@ -188,8 +368,7 @@ void validate_children(const node &parent, node_path &path) {
             rpc_failure failure =
                 simple_failure(error_application, "operation-failed", "Two entries have the same key.");
             failure.app_tag = "data-not-unique";
-            path.describe_in(failure);
-            throw failure;
+            throw path.blame(std::move(failure));
         }
         validate_children(child, path);
         path.leave();
@@ -199,6 +378,9 @@ void validate_children(const node &parent, node_path &path) {
 }  // namespace
 
 std::vector<rpc_failure> edit(node &content, const node &config, default_operation by_default, bool keep_going) {
+    if (config.operation) {  // it would be that of the datastore, which is not one of the nodes that it holds
+        throw bad_attribute("operation", "config");
+    }
     editor work(keep_going);
     switch (by_default) {
         case default_merge:

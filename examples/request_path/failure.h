@@ -40,6 +40,16 @@ inline rpc_failure bad_element(const std::string &name) {
 }
 /** @} */
 
+inline rpc_failure unknown_namespace(const std::string &name, const std::string &name_space) {
+    return {error_protocol,
+            "unknown-namespace",
+            "An unexpected namespace is present.",
+            {{"bad-element", name}, {"bad-namespace", name_space}},
+            {},
+            {},
+            {}};
+}
+
 inline rpc_failure bad_attribute(const std::string &attribute, const std::string &element) {
     return {error_protocol,
             "bad-attribute",

@@ -97,7 +97,7 @@ class processor {
     void dispatch(const quill_nyx_request &request, uint32_t session, answer &reply);
     void start_session(answer &reply);
     void stop_session(const quill_nyx_stop_session &body, uint32_t session);
-    void read(const node &content, const quill_nyx_filter &filter, bool filtered, answer &reply);
+    static void read(const node &content, const quill_nyx_filter &filter, bool filtered, answer &reply);
     void edit_config(const quill_nyx_edit_config &body, uint32_t session, answer &reply);
     void copy_config(const quill_nyx_copy_config &body, uint32_t session);
     void delete_config(uint32_t session);

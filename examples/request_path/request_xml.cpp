@@ -53,10 +53,8 @@ void read_tree_of(xmlNode *element, quill_nyx_datatree &record, edit_operations 
     write_tree(record, read_element(element, operations));
 }
 
-/* source and target hold one element whose name is the datastore's. A URL or a whole configuration may stand there
- * instead, where the operation's record has room for it. */
-void read_datastore(xmlNode *role, quill_nyx_datastore &record, char **url = nullptr,
-                    quill_nyx_datatree *config = nullptr) {
+/* source and target hold exactly one element, and it is one of NETCONF's own. */
+xmlNode *element_in_role(xmlNode *role) {
     xmlNode *content = element_from(role->children);
     if (content == nullptr) {
         throw missing_element(local_name(role));
@@ -64,12 +62,24 @@ void read_datastore(xmlNode *role, quill_nyx_datastore &record, char **url = nul
     if (element_from(content->next) != nullptr) {
         throw bad_element(local_name(role));
     }
+    if (namespace_of(content) != netconf_namespace) {
+        throw unknown_namespace(local_name(content), namespace_of(content));
+    }
+    return content;
+}
+
+/* The name of the element is the datastore's. A URL or a whole configuration may stand there instead, where the
+ * operation's record has room for it. */
+void read_datastore(xmlNode *role, quill_nyx_datastore &record, char **url = nullptr,
+                    quill_nyx_datatree *config = nullptr) {
+    refuse_second(record.has_name || (url != nullptr && *url != nullptr) || (config != nullptr && config->has_name),
+                  role);
+    xmlNode *content = element_in_role(role);
     if (url != nullptr && is_netconf(content, "url")) {
         read_text(content, *url);
     } else if (config != nullptr && is_netconf(content, "config")) {
         read_tree_of(content, *config, edit_operations::refused);
     } else {
-        refuse_second(record.name != nullptr, role);
         record.name = copy_string(local_name(content));
         record.has_name = 1;
     }
@@ -142,16 +152,19 @@ void read_edit_config(xmlNode *operation, quill_nyx_request &request) {
                      }},
                     {"default-operation",
                      [&](xmlNode *e) {
+                         refuse_second(body.has_uint32_2, e);
                          body.uint32_2 = number_of_word(e, {"merge", "replace", "none"});
                          body.has_uint32_2 = 1;
                      }},
                     {"test-option",
                      [&](xmlNode *e) {
+                         refuse_second(body.has_uint32_3, e);
                          body.uint32_3 = number_of_word(e, {"test-then-set", "set", "test-only"});
                          body.has_uint32_3 = 1;
                      }},
                     {"error-option",
                      [&](xmlNode *e) {
+                         refuse_second(body.has_uint32_4, e);
                          body.uint32_4 = number_of_word(e, {"stop-on-error", "continue-on-error", "rollback-on-error"});
                          body.has_uint32_4 = 1;
                      }},
@@ -179,9 +192,8 @@ void read_copy_config(xmlNode *operation, quill_nyx_request &request) {
 void read_delete_config(xmlNode *operation, quill_nyx_request &) {
     std::string target;
     read_parameters(operation, {{"target", [&](xmlNode *e) {
-                                     xmlNode *content = element_from(e->children);
                                      refuse_second(!target.empty(), e);
-                                     target = content == nullptr ? "" : local_name(content);
+                                     target = local_name(element_in_role(e));
                                  }}});
     if (target.empty()) {
         throw missing_element("target");
@@ -220,12 +232,14 @@ void read_commit(xmlNode *operation, quill_nyx_request &request) {
     quill_nyx_commit &body = request.commit;
     request.has_commit = 1;
     read_parameters(operation, {{"confirmed",
-                                 [&](xmlNode *) {
+                                 [&](xmlNode *e) {
+                                     refuse_second(body.has_uint32_1, e);
                                      body.uint32_1 = 1;
                                      body.has_uint32_1 = 1;
                                  }},
                                 {"confirm-timeout",
                                  [&](xmlNode *e) {
+                                     refuse_second(body.has_uint32_2, e);
                                      body.uint32_2 = number_in(e);
                                      body.has_uint32_2 = 1;
                                  }},
@@ -261,6 +275,7 @@ void read_close_session(xmlNode *operation, quill_nyx_request &request) {
 void read_kill_session(xmlNode *operation, quill_nyx_request &request) {
     request.has_stop_session = 1;
     read_parameters(operation, {{"session-id", [&](xmlNode *e) {
+                                     refuse_second(request.stop_session.has_uint32_1, e);
                                      request.stop_session.uint32_1 = number_in(e);
                                      request.stop_session.has_uint32_1 = 1;
                                  }}});

@@ -47,7 +47,7 @@ std::string expanded_name(const node &holder, const attribute &a) {
 }
 
 const node *key_leaf(const node &entry) {
-    for (const char *name : {"name", "id", "ip", "index"}) {
+    for (const char *name : key_names) {
         for (const node &child : entry.children) {
             if (child.name == name && child.name_space == entry.name_space && child.is_leaf() && !child.value.empty()) {
                 return &child;

@@ -5,6 +5,7 @@
 #ifndef REQUEST_PATH_TREE_H
 #define REQUEST_PATH_TREE_H
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -51,9 +52,12 @@ bool declares_namespace(const attribute &a);
 /** @return the attribute's name with its prefix, if any, replaced by "{namespace}" */
 std::string expanded_name(const node &holder, const attribute &a);
 
+/** Names that the key of a list entry may have, the preferred one first. */
+inline constexpr std::array key_names{"name", "id", "ip", "index"};
+
 /**
  * The leaf that tells the entries of a list apart. There is no schema here that would name it, so a rule must do: the
- * first of "name", "id", "ip" and "index" that the entry has as a child leaf of its own namespace.
+ * first of key_names that the entry has as a child leaf of its own namespace.
  * @return null when there is none: the node is a container, a leaf, or a list entry that only its content identifies
  */
 const node *key_leaf(const node &entry);

@@ -193,7 +193,7 @@ void show_bodies(printer &p, const quill_nyx_request &r) {
 void show_segments(std::ostream &out, const quill_nyx_request &request, const std::vector<std::string> &names) {
     std::vector<uint8_t> bytes(quill_nyx_request_encode_ext(&request, nullptr, 0, nullptr, nullptr, 0));
     std::vector<quill_segment> segments(names.size());
-    uint32_t count = static_cast<uint32_t>(segments.size());
+    auto count = static_cast<uint32_t>(segments.size());
     quill_nyx_request_encode_ext(&request, bytes.data(), bytes.size(), segments.data(), &count, 0);
     out << "  segments: " << count << ", nested records before the record that holds them\n    offset  length\n";
     for (size_t i = 0; i < segments.size() && i < count; ++i) {

@@ -14,13 +14,6 @@ namespace request_path {
 
 namespace {
 
-[[noreturn]] void fail_with_errno(const char *what) {
-    if (errno == EAGAIN || errno == EWOULDBLOCK) {
-        throw silence_error("the other side stopped answering");
-    }
-    throw conversation_error(what + std::string(": ") + std::generic_category().message(errno));
-}
-
 std::array<uint8_t, header_size> make_header(message_kind kind, uint32_t length) {
     return {static_cast<uint8_t>(kind), static_cast<uint8_t>(length >> 24), static_cast<uint8_t>(length >> 16),
             static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length)};
@@ -38,14 +31,22 @@ uint32_t length_in(const std::array<uint8_t, header_size> &header) {
     return uint32_t{header[1]} << 24 | uint32_t{header[2]} << 16 | uint32_t{header[3]} << 8 | uint32_t{header[4]};
 }
 
-conversation_error cut_short(uint64_t arrived, uint64_t announced, const char *what) {
-    return conversation_error("message cut short: " + std::to_string(arrived) + " of " + std::to_string(announced) +
-                              " bytes of its " + what + " arrived");
+[[noreturn]] void fail_cut_short(uint64_t arrived, uint64_t announced, const char *what) {
+    throw conversation_error("message cut short: " + std::to_string(arrived) + " of " + std::to_string(announced) +
+                             " bytes of its " + what + " arrived");
 }
 
 }  // namespace
 
+void connection::fail_with_errno(const char *what) const {
+    if (errno == EAGAIN || errno == EWOULDBLOCK) {
+        throw silence_error("no answer within " + std::to_string(timeout_) + " s");
+    }
+    throw conversation_error(what + std::string(": ") + std::generic_category().message(errno));
+}
+
 void connection::set_timeout(uint32_t seconds) {
+    timeout_ = seconds;
     timeval limit{};
     limit.tv_sec = seconds;
     if (setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0 ||
@@ -103,7 +104,7 @@ void connection::read_exactly(uint8_t *bytes, uint64_t length) {
     for (uint64_t arrived = 0; arrived < length;) {
         const size_t got = read_some(bytes + arrived, static_cast<size_t>(length - arrived));
         if (got == 0) {
-            throw cut_short(arrived, length, "content");
+            fail_cut_short(arrived, length, "content");
         }
         arrived += got;
     }
@@ -114,7 +115,7 @@ void connection::drop(uint64_t length) {
     for (uint64_t arrived = 0; arrived < length;) {
         const size_t got = read_some(unwanted.data(), std::min<uint64_t>(length - arrived, unwanted.size()));
         if (got == 0) {
-            throw cut_short(arrived, length, "content");
+            fail_cut_short(arrived, length, "content");
         }
         arrived += got;
     }
@@ -128,7 +129,7 @@ receive_status connection::receive(message &incoming, uint64_t limit) {
             return receive_status::closed;
         }
         if (got == 0) {
-            throw cut_short(arrived, header.size(), "header");
+            fail_cut_short(arrived, header.size(), "header");
         }
         arrived += got;
     }

@@ -28,7 +28,7 @@ struct conversation_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/** The other side is there but neither sends nor takes anything. */
+/** The other side neither sent nor took anything for as long as the timeout allows; it may be gone, stopped or busy. */
 struct silence_error : conversation_error {
     using conversation_error::conversation_error;
 };
@@ -67,7 +67,10 @@ class connection {
     void write_all(const uint8_t *bytes, size_t length);
     void drop(uint64_t length);
 
+    [[noreturn]] void fail_with_errno(const char *what) const;
+
     int socket_;
+    uint32_t timeout_ = 0;  ///< seconds; 0: none
 };
 
 }  // namespace request_path

@@ -1,12 +1,14 @@
 #include "xml.h"
 
 #include <libxml/parser.h>
+#include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
 #include <quill_nyx.h>
 
 #include <array>
 #include <climits>
 #include <new>
+#include <utility>
 
 #include "failure.h"
 
@@ -51,6 +53,12 @@ void refuse_document_type(void *parser, const xmlChar *, const xmlChar *, const 
     xmlStopParser(static_cast<xmlParserCtxt *>(parser));
 }
 
+/* The parser gives up at its limit, with an error code that it uses for other things as well. */
+bool nests_too_deeply(const xmlParserCtxt &parser) {
+    return parser.lastError.code == XML_ERR_INTERNAL_ERROR && parser.nameNr > 0 &&
+           static_cast<unsigned>(parser.nameNr) > xmlParserMaxDepth;
+}
+
 }  // namespace
 
 xml_document parse_xml(std::string_view text) {
@@ -64,6 +72,9 @@ xml_document parse_xml(std::string_view text) {
                                             quietly_and_alone));
     if (parser->disableSAX != 0 && parser->lastError.code == XML_ERR_OK) {
         throw malformed("The message has a document type declaration.");
+    }
+    if (document == nullptr && nests_too_deeply(*parser)) {
+        throw simple_failure(error_rpc, "too-big", "The message nests deeper than the XML parser goes.");
     }
     if (document == nullptr) {
         throw malformed("The message is not well-formed XML (line " + std::to_string(parser->lastError.line) + ").");
@@ -138,7 +149,10 @@ void read_attributes(node &holder, const xmlNode *element, edit_operations opera
             if (prefix != "xml") {
                 declare_prefix(holder, prefix, a->ns->href);
             }
-            holder.attributes.push_back({prefix + ":" + name, chars(value.get())});
+            std::string key = prefix;
+            key += ':';
+            key += name;
+            holder.attributes.push_back({std::move(key), chars(value.get())});
         }
     }
 }
@@ -246,7 +260,7 @@ std::string write_xml(xmlDoc *document) {
     int length = 0;
     xmlDocDumpFormatMemoryEnc(document, &text, &length, "UTF-8", 1);
     const xml_string written(require(text));
-    return std::string(chars(written.get()), static_cast<size_t>(length));
+    return {chars(written.get()), static_cast<size_t>(length)};
 }
 
 }  // namespace request_path

@@ -125,7 +125,7 @@ TEST_F(Processor, RefusesNestingThatWouldTakeItsStack) {
 }
 
 TEST_F(Processor, TakesNestingWithinTheBudget) {
-    settings.memory_budget = 1000 * sizeof(quill_nyx_datatree) + 1000 * 16;
+    settings.memory_budget = 1000 * (sizeof(quill_nyx_datatree) + 16);
     EXPECT_STREQ(answer_to({message_kind::request, nested(1000)}).error.error_tag, "missing-attribute");
 }
 

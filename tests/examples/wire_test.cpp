@@ -135,4 +135,5 @@ TEST_F(Wire, SilenceEndsTheWaiting) {
     left.set_timeout(1);
     message incoming;
     EXPECT_THROW(left.receive(incoming, 1000), silence_error);
+    EXPECT_EQ(what_receiving_throws(left), "no answer within 1 s");
 }

@@ -1,0 +1,2 @@
+# Markers around nothing are no request either.
+printf ']]>]]>\n]]>]]>' | "$1"
