@@ -251,7 +251,9 @@ TEST_P(DecodeEveryRecord, FlagsAreTrueForAnyBitAmongTheLow32) {
 }
 
 bytes repeated_byte(std::size_t count, uint8_t byte) {
-    return bytes(count, byte);
+    bytes repeated;
+    repeated.assign(count, byte);
+    return repeated;
 }
 
 TEST_P(DecodeEveryRecord, SkipsUnknownFieldsOfEverySkippableType) {

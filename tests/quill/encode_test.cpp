@@ -427,7 +427,7 @@ const expected_record full_records[] = {
 
 class EncodeOf : public testing::TestWithParam<expected_record> {
   protected:
-    [[nodiscard]] const record_table &table() const { return table_of(GetParam().id); }
+    [[nodiscard]] static const record_table &table() { return table_of(GetParam().id); }
 
     void give_member(const member &m, void *record) {
         nyx_test::set_present(table(), m, record, true);
@@ -842,7 +842,7 @@ TEST(EncodeSegmentsOfTrees, SiblingsAttributesAndChildrenComeInPostOrder) {
               (bytes{0x32, 3, 0x0A, 1, 'k', 0x3A, 4, 0x3A, 2, 0x70, 1, 0x3A, 2, 0x20, 1, 0x4A, 2, 0x10, 1}));
     ASSERT_EQ(count, 6U);
     const quill_segment expected[6] = {{&buffer[2], 3},  {&buffer[9], 2},  {&buffer[7], 4},
-                                       {&buffer[13], 2}, {&buffer[17], 2}, {&buffer[0], 19}};
+                                       {&buffer[13], 2}, {&buffer[17], 2}, {buffer.data(), 19}};
     for (std::size_t i = 0; i < 6; ++i) {
         EXPECT_EQ(segments[i].start, expected[i].start) << i;
         EXPECT_EQ(segments[i].length, expected[i].length) << i;

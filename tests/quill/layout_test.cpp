@@ -376,7 +376,7 @@ std::ostream &operator<<(std::ostream &out, const seen_record &record) {
 
 class LayoutOf : public testing::TestWithParam<seen_record> {
   protected:
-    [[nodiscard]] const record_table &table() const { return table_of(GetParam().id); }
+    [[nodiscard]] static const record_table &table() { return table_of(GetParam().id); }
 };
 
 std::size_t bytes_of(const member &m) {

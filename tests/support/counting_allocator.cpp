@@ -40,6 +40,7 @@ void *counting_allocator::take(uint64_t size) {
     sizes_.push_back(size);
     if (size == 0) {
         complain("a block of 0 bytes was asked for");
+        return nullptr;
     }
     if (calls_ == fail_at_ || (fail_from_ != 0 && calls_ >= fail_from_)) {
         return nullptr;

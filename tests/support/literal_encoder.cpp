@@ -27,7 +27,7 @@ class encoding {
 
     uint64_t finish(uint32_t *segment_count) {
         const uint64_t size = position_;
-        if (!keeps_segments_) {
+        if (!keeps_segments_ || segment_count == nullptr) {
             return size;
         }
         if (size != 0) {
