@@ -30,7 +30,7 @@ export PKG_CONFIG_PATH
 check "$scratch/pc_c"
 check "$scratch/pc_cpp"
 
-cmake -S "$here/consumer" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" >"$scratch/configure.log"
+cmake -G Ninja -S "$here/consumer" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" >"$scratch/configure.log"
 cmake --build "$scratch/cmake" >"$scratch/build.log"
 check "$scratch/cmake/consumer_c"
 check "$scratch/cmake/consumer_cpp"
