@@ -10,8 +10,8 @@
 //                                 what a reset leaves, and the reset values that are not zero
 //   holdings                      0 when no pointer and no count is set at any inline depth: it owns nothing
 //   size, write, decode, copy_owned, release
-// as short lists of calls to the rules of encode.h, decode.h and lifetime.h, one line a member. A record that is its
-// own element has each of the last five with _levels and a number as well: that many levels share a frame.
+// as short lists of calls to the rules of encode.h, decode.h and lifetime.h, a line or a few per member. A record that
+// is its own element has each of the last five with _levels and a number as well: that many levels share a frame.
 #ifndef QUILL_CODEC_H
 #define QUILL_CODEC_H
 
