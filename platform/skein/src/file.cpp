@@ -1,0 +1,311 @@
+#include "file.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "process.h"
+
+namespace skein {
+namespace {
+
+constexpr mode_t file_mode = 0600;
+constexpr char aside_suffix[] = ".damaged";
+// Each round of attaching or creating fails only because somebody else created or removed the file meanwhile.
+constexpr int rounds_max = 100;
+constexpr int lock_attempts = 200;
+
+void sleep_one_millisecond() {
+    const timespec time{0, 1000000};
+    nanosleep(&time, nullptr);
+}
+
+// -- Taking a name away ------------------------------------------------------------------------------------------
+
+// Whoever takes a name away from a file holds this lock on the file, so that nobody takes away the name of its
+// successor. The kernel drops it with its owner; a sleeping owner is not waited for for ever.
+class removal_lock {
+  public:
+    explicit removal_lock(int file) : file_(file) {
+        for (int attempt = 0; attempt < lock_attempts; ++attempt) {
+            if (flock(file, LOCK_EX | LOCK_NB) == 0) {
+                error_ = 0;
+                return;
+            }
+            error_ = errno == EWOULDBLOCK ? EBUSY : errno;
+            if (error_ != EBUSY && error_ != EINTR) {
+                return;
+            }
+            sleep_one_millisecond();
+        }
+    }
+    ~removal_lock() {
+        if (error_ == 0) {
+            flock(file_, LOCK_UN);  // said expressly: a child forked by another thread shares the lock
+        }
+    }
+    removal_lock(const removal_lock &) = delete;
+    removal_lock &operator=(const removal_lock &) = delete;
+    [[nodiscard]] int error() const { return error_; }
+
+  private:
+    int file_;
+    int error_ = EBUSY;
+};
+
+// ENOENT: the name is no longer that of the file.
+int check_name(const place &at, int file) {
+    struct stat named {};
+    struct stat opened {};
+    if (fstatat(at.directory.get(), at.leaf, &named, AT_SYMLINK_NOFOLLOW) != 0 || fstat(file, &opened) != 0) {
+        return errno;
+    }
+    return named.st_dev == opened.st_dev && named.st_ino == opened.st_ino ? 0 : ENOENT;
+}
+
+// "NAME.damaged", the name shortened if there is no room for that.
+void aside_name(char (&aside)[256], const char *leaf) {
+    const std::size_t length = strnlen(leaf, sizeof aside - sizeof aside_suffix);
+    std::memcpy(aside, leaf, length);
+    std::memcpy(aside + length, aside_suffix, sizeof aside_suffix);
+}
+
+int move_aside(const place &at, int file) {
+    const removal_lock lock(file);
+    if (lock.error() != 0) {
+        return lock.error();
+    }
+    const int error = check_name(at, file);
+    if (error != 0) {
+        return error == ENOENT ? 0 : error;
+    }
+    char aside[256];
+    aside_name(aside, at.leaf);
+    return renameat(at.directory.get(), at.leaf, at.directory.get(), aside) == 0 ? 0 : errno;
+}
+
+// Marks first: killed in between, the file is one that nobody attaches to and the next creator removes.
+int mark_and_unlink(const place &at, int file, bool mark) {
+    const removal_lock lock(file);
+    if (lock.error() != 0) {
+        return lock.error();
+    }
+    const int error = check_name(at, file);
+    if (error != 0) {
+        return error;
+    }
+    const uint64_t superseded = 1;
+    if (mark && pwrite(file, &superseded, sizeof superseded, offsetof(file_header, superseded)) !=
+                    static_cast<ssize_t>(sizeof superseded)) {
+        return errno;
+    }
+    return unlinkat(at.directory.get(), at.leaf, 0) == 0 ? 0 : errno;
+}
+
+// -- Attaching ---------------------------------------------------------------------------------------------------
+
+enum class condition { sound, removed, damaged };
+
+int examine(int file, file_header &header, condition &found) {
+    struct stat status {};
+    if (fstat(file, &status) != 0) {
+        return errno;
+    }
+    if (status.st_uid != geteuid()) {
+        return EPERM;
+    }
+    const ssize_t length = pread(file, &header, sizeof header, 0);
+    if (length < 0) {
+        return errno;
+    }
+    found = condition::damaged;
+    if (length == static_cast<ssize_t>(sizeof header) && header_is_sound(header) && header.next_ticket < ticket_limit &&
+        geometry{header.slot_size, header.slot_count}.file_size() <= static_cast<uint64_t>(status.st_size)) {
+        found = header.superseded != 0 ? condition::removed : condition::sound;
+    }
+    return 0;
+}
+
+int open_for_writing(const place &at, open_file &file) {
+    return open_regular(at.directory.get(), at.leaf, O_RDWR | O_NOFOLLOW, file);
+}
+
+// Returns 0: attached; ENOENT: the name is free now; or another errno.
+int attach(const place &at, ring &out) {
+    open_file file;
+    int error = open_for_writing(at, file);
+    if (error != 0) {
+        return error;
+    }
+    file_header header{};
+    condition found = condition::damaged;
+    error = examine(file.get(), header, found);
+    if (error != 0) {
+        return error;
+    }
+    if (found == condition::sound) {
+        return map_ring(file.get(), header, out);
+    }
+    error = found == condition::damaged ? move_aside(at, file.get()) : mark_and_unlink(at, file.get(), false);
+    return error == 0 ? ENOENT : error;
+}
+
+// -- Creating ----------------------------------------------------------------------------------------------------
+
+file_header new_header(geometry sizes) {
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    file_header header{};
+    header.magic = file_magic;
+    header.version = file_version;
+    header.header_size = header_size;
+    header.byte_order = file_byte_order;
+    header.slot_size = sizes.slot_size;
+    header.slot_count = sizes.slot_count;
+    header.created = static_cast<uint64_t>(time.tv_sec) * 1000000000 + static_cast<uint64_t>(time.tv_nsec);
+    header.creator = static_cast<uint32_t>(getpid());
+    header.checksum = header_checksum(header);
+    return header;
+}
+
+int allocate(int file, uint64_t size) {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < size) {
+        return EFBIG;  // instead of the signal that going on would raise
+    }
+    int error = 0;
+    do {
+        error = posix_fallocate(file, 0, static_cast<off_t>(size));
+    } while (error == EINTR);
+    return error;
+}
+
+int fill_new_file(int file, const file_header &header) {
+    const int error = allocate(file, geometry{header.slot_size, header.slot_count}.file_size());
+    if (error != 0) {
+        return error;
+    }
+    if (fchmod(file, file_mode) != 0) {
+        return errno;
+    }
+    const ssize_t written = pwrite(file, &header, sizeof header, 0);
+    if (written < 0) {
+        return errno;
+    }
+    return written == static_cast<ssize_t>(sizeof header) ? 0 : EIO;
+}
+
+// A file without a name leaves nothing behind when its maker is killed.
+int create_nameless(const place &at, const file_header &header, open_file &file) {
+    file = open_file(openat(at.directory.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, file_mode));
+    if (!file.is_open()) {
+        return errno == EISDIR || errno == EINVAL ? EOPNOTSUPP : errno;
+    }
+    const int error = fill_new_file(file.get(), header);
+    if (error != 0) {
+        return error;
+    }
+    char own_path[32];
+    snprintf(own_path, sizeof own_path, "/proc/self/fd/%d", file.get());
+    if (linkat(AT_FDCWD, own_path, at.directory.get(), at.leaf, AT_SYMLINK_FOLLOW) == 0) {
+        return 0;
+    }
+    return errno == ENOENT ? EOPNOTSUPP : errno;  // /proc is not mounted
+}
+
+// For file systems that cannot do that. The thread's number makes the name unique on this machine.
+int create_named(const place &at, const file_header &header, open_file &file) {
+    const int directory = at.directory.get();
+    char name[32];
+    snprintf(name, sizeof name, ".skein-%d.new", static_cast<int>(gettid()));
+    unlinkat(directory, name, 0);  // of an earlier thread of that number, which was killed
+    file = open_file(openat(directory, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, file_mode));
+    if (!file.is_open()) {
+        return errno == EEXIST ? EBUSY : errno;
+    }
+    int error = fill_new_file(file.get(), header);
+    if (error == 0 && linkat(directory, name, directory, at.leaf, 0) != 0) {
+        error = errno;
+    }
+    unlinkat(directory, name, 0);
+    return error;
+}
+
+// Returns EEXIST if somebody else was faster.
+int create(const place &at, geometry sizes, ring &out) {
+    const file_header header = new_header(sizes);
+    open_file file;
+    int error = create_nameless(at, header, file);
+    if (error == EOPNOTSUPP) {
+        error = create_named(at, header, file);
+    }
+    return error == 0 ? map_ring(file.get(), header, out) : error;
+}
+
+}  // namespace
+
+int attach_or_create(const char *root, const char *name, geometry sizes, ring &out) {
+    place at;
+    int error = open_place(root, name, if_missing::create, at);
+    if (error != 0) {
+        return error;
+    }
+    for (int round = 0; round < rounds_max; ++round) {
+        error = attach(at, out);
+        if (error != ENOENT) {
+            return error;
+        }
+        error = create(at, sizes, out);
+        if (error != EEXIST) {
+            return error;
+        }
+    }
+    return EBUSY;
+}
+
+int attach_successor(const char *root, const char *name, ring &out) {
+    place at;
+    int error = open_place(root, name, if_missing::fail, at);
+    open_file file;
+    if (error == 0) {
+        error = open_for_writing(at, file);
+    }
+    file_header header{};
+    condition found = condition::damaged;
+    if (error == 0) {
+        error = examine(file.get(), header, found);
+    }
+    if (error != 0) {
+        return error;
+    }
+    if (found != condition::sound) {
+        return ENOENT;
+    }
+    return map_ring(file.get(), header, out);
+}
+
+int remove_file(const char *root, const char *name) {
+    place at;
+    int error = open_place(root, name, if_missing::fail, at);
+    if (error != 0) {
+        return error;
+    }
+    open_file file;
+    error = open_for_writing(at, file);
+    if (error != 0) {
+        return error;
+    }
+    file_header header{};
+    const bool is_trace_file =
+        pread(file.get(), &header, sizeof header, 0) == static_cast<ssize_t>(sizeof header) && header_is_sound(header);
+    return mark_and_unlink(at, file.get(), is_trace_file);
+}
+
+}  // namespace skein

@@ -1,0 +1,289 @@
+#include "skein/reader.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "directory.h"
+#include "entry.h"
+#include "format.h"
+
+using namespace skein;
+
+// A copy of a ring. `whole` says of each slot whether a good entry begins there.
+struct skein_reader {
+    open_file file;
+    file_header header;
+    ring_slots slots;
+    unsigned char *whole;
+    char *text;
+    uint64_t begin;  // the tickets of the entries that count: from `begin` to before `end`
+    uint64_t end;
+    uint64_t position;
+    skein_file_info info;
+};
+
+namespace {
+
+// Reads until the end of the file. Returns the bytes that were read, or a negative errno.
+int64_t read_at(int file, void *to, uint64_t size, uint64_t offset) {
+    uint64_t done = 0;
+    while (done < size) {
+        const ssize_t length =
+            pread(file, static_cast<char *>(to) + done, size - done, static_cast<off_t>(offset + done));
+        if (length < 0 && errno == EINTR) {
+            continue;
+        }
+        if (length < 0) {
+            return -errno;
+        }
+        if (length == 0) {
+            break;
+        }
+        done += static_cast<uint64_t>(length);
+    }
+    return static_cast<int64_t>(done);
+}
+
+int read_header(skein_reader &reader) {
+    const int64_t length = read_at(reader.file.get(), &reader.header, sizeof reader.header, 0);
+    if (length < 0) {
+        return static_cast<int>(-length);
+    }
+    const bool sound = length == static_cast<int64_t>(sizeof reader.header) && header_is_sound(reader.header);
+    return sound ? 0 : EBADMSG;
+}
+
+int allocate(skein_reader &reader) {
+    const geometry sizes{reader.header.slot_size, reader.header.slot_count};
+    // Zeroed: what a file that was cut off lacks reads as slots that were never used.
+    reader.slots = {static_cast<unsigned char *>(calloc(sizes.slot_count, sizes.slot_size)), sizes};
+    reader.whole = static_cast<unsigned char *>(calloc(sizes.slot_count, 1));
+    reader.text = static_cast<char *>(malloc(uint64_t{sizes.text_max()} + 1));
+    return reader.slots.base != nullptr && reader.whole != nullptr && reader.text != nullptr ? 0 : ENOMEM;
+}
+
+// Copies one slot of the file anew.
+void refresh(skein_reader &reader, uint64_t ticket) {
+    const geometry &sizes = reader.slots.sizes;
+    const uint64_t offset = header_size + sizes.index(ticket) * sizes.slot_size;
+    read_at(reader.file.get(), reader.slots[ticket], sizes.slot_size, offset);
+}
+
+// Whether a good entry begins in the slot; sets the ticket behind it.
+bool find_entry(const skein_reader &reader, uint64_t index, uint64_t &end, uint32_t &slots) {
+    const geometry &sizes = reader.slots.sizes;
+    const uint64_t state = *reader.slots[index];
+    const uint64_t ticket = ticket_of(state);
+    slots = 1;
+    if (state_of(state) != slot_state::first || ticket >= ticket_limit || sizes.index(ticket) != index) {
+        return false;
+    }
+    entry_head head;
+    const bool whole = read_head(reader.slots, ticket, head);
+    slots = std::max(head.slots, 1U);
+    end = ticket + head.slots;
+    return whole;
+}
+
+// A copy of an entry that was just being overwritten is torn: a second look tells that from damage. Its slots are taken
+// anew from the last to the first, which is the one that a writer takes first.
+bool find_entry_anew(skein_reader &reader, uint64_t index, uint64_t &end, uint32_t slots) {
+    for (uint64_t each = index + slots; each-- > index;) {
+        refresh(reader, each);
+    }
+    return find_entry(reader, index, end, slots);
+}
+
+// Marks the good entries; returns the first ticket after the newest of them.
+uint64_t find_entries(skein_reader &reader) {
+    uint64_t newest_end = 0;
+    for (uint64_t index = 0; index < reader.slots.sizes.slot_count; ++index) {
+        uint64_t end = 0;
+        uint32_t slots = 1;
+        const bool begins = state_of(*reader.slots[index]) == slot_state::first;
+        if (find_entry(reader, index, end, slots) || (begins && find_entry_anew(reader, index, end, slots))) {
+            reader.whole[index] = 1;
+            newest_end = std::max(newest_end, end);
+        }
+    }
+    return newest_end;
+}
+
+// `drawn` is the ticket counter before the copy was made, `drawn_after` after it. If it moved, what was drawn meanwhile
+// was copied in part only and is left out, as are the old entries that it overwrote. A counter that contradicts the
+// entries is damaged and is not used.
+void choose_window(skein_reader &reader, uint64_t newest_end, uint64_t drawn, uint64_t drawn_after) {
+    const uint64_t count = reader.slots.sizes.slot_count;
+    const auto lap_before = [&](uint64_t ticket) { return ticket > count ? ticket - count : 0; };
+    reader.begin = lap_before(newest_end);
+    reader.end = newest_end;
+    if (drawn < drawn_after && newest_end <= drawn_after) {
+        reader.end = std::min(newest_end, drawn);
+        reader.begin = std::min(lap_before(drawn_after), reader.end);
+        reader.info.overrun = reader.begin - std::min(lap_before(drawn), reader.begin);
+    }
+}
+
+void count(skein_reader &reader) {
+    const geometry &sizes = reader.slots.sizes;
+    for (uint64_t ticket = reader.begin; ticket < reader.end; ++ticket) {
+        const uint64_t state = *reader.slots[ticket];
+        if (state == state_word(slot_state::first, ticket)) {
+            ++(reader.whole[sizes.index(ticket)] != 0 ? reader.info.entries : reader.info.damaged);
+        } else if (state != 0 && state_of(state) != slot_state::busy &&
+                   sizes.index(ticket_of(state)) != sizes.index(ticket)) {
+            ++reader.info.damaged;
+        }
+    }
+    for (uint64_t index = 0; index < sizes.slot_count; ++index) {
+        reader.info.unfinished += state_of(*reader.slots[index]) == slot_state::busy ? 1 : 0;
+    }
+}
+
+int copy(skein_reader &reader) {
+    int error = read_header(reader);
+    if (error == 0) {
+        error = allocate(reader);
+    }
+    if (error != 0) {
+        return error;
+    }
+    const geometry &sizes = reader.slots.sizes;
+    const uint64_t size = sizes.file_size() - header_size;
+    const int64_t length = read_at(reader.file.get(), reader.slots.base, size, header_size);
+    if (length < 0) {
+        return static_cast<int>(-length);
+    }
+    const uint64_t newest_end = find_entries(reader);
+    file_header after = reader.header;
+    read_at(reader.file.get(), &after, sizeof after, 0);
+    choose_window(reader, newest_end, reader.header.next_ticket, after.next_ticket);
+    reader.info.truncated = static_cast<uint64_t>(length) < size ? 1 : 0;
+    count(reader);
+    return 0;
+}
+
+void describe(skein_reader &reader) {
+    const file_header &header = reader.header;
+    reader.info.version = header.version;
+    reader.info.slot_size = header.slot_size;
+    reader.info.slot_count = header.slot_count;
+    reader.info.creator = header.creator;
+    reader.info.created = header.created;
+    reader.info.next_ticket = header.next_ticket;
+    reader.info.lost = header.lost;
+    reader.info.superseded = header.superseded != 0 ? 1 : 0;
+}
+
+int open_reader(open_file file, skein_reader **out) {
+    void *block = calloc(1, sizeof(skein_reader));
+    if (block == nullptr) {
+        return ENOMEM;
+    }
+    auto *reader = new (block) skein_reader{};
+    reader->file = std::move(file);
+    const int error = copy(*reader);
+    if (error != 0) {
+        skein_reader_close(reader);
+        return error;
+    }
+    describe(*reader);
+    reader->file = open_file();
+    reader->position = reader->begin;
+    *out = reader;
+    return 0;
+}
+
+}  // namespace
+
+int32_t skein_reader_open(const char *directory, const char *name, skein_reader **reader) {
+    if (reader == nullptr) {
+        return EINVAL;
+    }
+    *reader = nullptr;
+    if (!name_is_valid(name)) {
+        return EINVAL;
+    }
+    place at;
+    int error = 0;
+    if (directory != nullptr) {
+        error = open_place_anywhere(directory, name, at);
+    } else {
+        char root[path_size];
+        error = find_directory(root);
+        error = error == 0 ? open_place(root, name, if_missing::fail, at) : error;
+    }
+    open_file file;
+    if (error == 0) {
+        error = open_regular(at.directory.get(), at.leaf, O_RDONLY | O_NOFOLLOW, file);
+    }
+    return error == 0 ? open_reader(std::move(file), reader) : error;
+}
+
+int32_t skein_reader_open_path(const char *path, skein_reader **reader) {
+    if (reader == nullptr) {
+        return EINVAL;
+    }
+    *reader = nullptr;
+    if (path == nullptr) {
+        return EINVAL;
+    }
+    open_file file;
+    const int error = open_regular(AT_FDCWD, path, O_RDONLY, file);
+    return error == 0 ? open_reader(std::move(file), reader) : error;
+}
+
+int32_t skein_reader_next(skein_reader *reader, skein_entry *entry) {
+    if (reader == nullptr || entry == nullptr) {
+        return EINVAL;
+    }
+    const ring_slots &slots = reader->slots;
+    for (; reader->position < reader->end; ++reader->position) {
+        const uint64_t ticket = reader->position;
+        entry_head head;
+        if (reader->whole[slots.sizes.index(ticket)] == 0 || !read_head(slots, ticket, head)) {
+            continue;
+        }
+        read_text(slots, ticket, head.length, reader->text);
+        *entry = {ticket,
+                  head.time,
+                  static_cast<uint32_t>(head.ids),
+                  static_cast<uint32_t>(head.ids >> 32U),
+                  head.attributes,
+                  reader->text,
+                  head.length,
+                  head.full_length};
+        reader->position = ticket + head.slots;
+        return 0;
+    }
+    return ENOENT;
+}
+
+void skein_reader_rewind(skein_reader *reader) {
+    if (reader != nullptr) {
+        reader->position = reader->begin;
+    }
+}
+
+int32_t skein_reader_info(const skein_reader *reader, skein_file_info *info) {
+    if (reader == nullptr || info == nullptr) {
+        return EINVAL;
+    }
+    *info = reader->info;
+    return 0;
+}
+
+void skein_reader_close(skein_reader *reader) {
+    if (reader == nullptr) {
+        return;
+    }
+    free(reader->slots.base);
+    free(reader->whole);
+    free(reader->text);
+    reader->~skein_reader();
+    free(reader);
+}

@@ -1,0 +1,438 @@
+// Every system call and allocation fails in turn: the caller gets the code, and nothing is left behind.
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <string>
+
+#include "sanitized.h"
+#include "trace_files.h"
+
+namespace {
+
+// The call that fails, counted from when the counter is set; -1: none does.
+int calls_until_failure = -1;
+int failure_code = 0;
+int allocations_until_failure = -1;
+bool no_nameless_files = false;
+bool no_proc = false;
+
+bool fails() {
+    if (calls_until_failure < 0 || calls_until_failure-- > 0) {
+        return false;
+    }
+    errno = failure_code;
+    return true;
+}
+
+[[maybe_unused]] bool allocation_fails() {
+    return allocations_until_failure >= 0 && allocations_until_failure-- == 0;
+}
+
+template <class Function>
+Function next_of(const char *name) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+// The library's calls come here first.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's names for them are reserved
+extern "C" {
+int openat(int directory, const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (no_nameless_files && (flags & O_TMPFILE) == O_TMPFILE) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    static const auto next = next_of<int (*)(int, const char *, int, ...)>("openat");
+    return fails() ? -1 : next(directory, path, flags, mode);
+}
+int linkat(int from, const char *path, int to, const char *name, int flags) noexcept {
+    if (no_proc && flags != 0) {
+        errno = ENOENT;
+        return -1;
+    }
+    static const auto next = next_of<int (*)(int, const char *, int, const char *, int)>("linkat");
+    return fails() ? -1 : next(from, path, to, name, flags);
+}
+int mkdirat(int directory, const char *path, mode_t mode) noexcept {
+    static const auto next = next_of<int (*)(int, const char *, mode_t)>("mkdirat");
+    return fails() ? -1 : next(directory, path, mode);
+}
+int fstat(int file, struct stat *status) noexcept {
+    static const auto next = next_of<int (*)(int, struct stat *)>("fstat");
+    return fails() ? -1 : next(file, status);
+}
+int fstatat(int directory, const char *path, struct stat *status, int flags) noexcept {
+    static const auto next = next_of<int (*)(int, const char *, struct stat *, int)>("fstatat");
+    return fails() ? -1 : next(directory, path, status, flags);
+}
+int fchmod(int file, mode_t mode) noexcept {
+    static const auto next = next_of<int (*)(int, mode_t)>("fchmod");
+    return fails() ? -1 : next(file, mode);
+}
+int posix_fallocate(int file, off_t offset, off_t size) {
+    static const auto next = next_of<int (*)(int, off_t, off_t)>("posix_fallocate");
+    return fails() ? failure_code : next(file, offset, size);
+}
+ssize_t pwrite(int file, const void *from, size_t size, off_t offset) {
+    static const auto next = next_of<ssize_t (*)(int, const void *, size_t, off_t)>("pwrite");
+    return fails() ? -1 : next(file, from, size, offset);
+}
+ssize_t pread(int file, void *to, size_t size, off_t offset) {
+    static const auto next = next_of<ssize_t (*)(int, void *, size_t, off_t)>("pread");
+    return fails() ? -1 : next(file, to, size, offset);
+}
+void *mmap(void *at, size_t size, int protection, int flags, int file, off_t offset) noexcept {
+    static const auto next = next_of<void *(*)(void *, size_t, int, int, int, off_t)>("mmap");
+    return file >= 0 && fails() ? MAP_FAILED : next(at, size, protection, flags, file, offset);
+}
+int flock(int file, int operation) noexcept {
+    static const auto next = next_of<int (*)(int, int)>("flock");
+    return (operation & LOCK_UN) == 0 && fails() ? -1 : next(file, operation);
+}
+int renameat(int from, const char *path, int to, const char *name) noexcept {
+    static const auto next = next_of<int (*)(int, const char *, int, const char *)>("renameat");
+    return fails() ? -1 : next(from, path, to, name);
+}
+int unlinkat(int directory, const char *path, int flags) noexcept {
+    static const auto next = next_of<int (*)(int, const char *, int)>("unlinkat");
+    return fails() ? -1 : next(directory, path, flags);
+}
+#ifndef NYX_TESTS_SKEIN_SANITIZER
+void *__libc_malloc(size_t size);
+void *__libc_calloc(size_t count, size_t size);
+void *__libc_memalign(size_t alignment, size_t size);
+void *malloc(size_t size) noexcept {
+    return allocation_fails() ? nullptr : __libc_malloc(size);
+}
+void *calloc(size_t count, size_t size) noexcept {
+    return allocation_fails() ? nullptr : __libc_calloc(count, size);
+}
+void *aligned_alloc(size_t alignment, size_t size) noexcept {
+    return allocation_fails() ? nullptr : __libc_memalign(alignment, size);
+}
+#endif
+}
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+
+namespace skein_test {
+namespace {
+
+using testing::ElementsAre;
+
+std::size_t open_files() {
+    std::size_t count = 0;
+    DIR *directory = opendir("/proc/self/fd");
+    while (readdir(directory) != nullptr) {
+        ++count;
+    }
+    closedir(directory);
+    return count;
+}
+
+std::size_t mappings_of(const std::string &part) {
+    std::ifstream file("/proc/self/maps");
+    std::size_t count = 0;
+    for (std::string line; std::getline(file, line);) {
+        count += line.find(part) != std::string::npos ? 1 : 0;
+    }
+    return count;
+}
+
+class SkeinFailure : public trace_files {
+  protected:
+    ~SkeinFailure() override {
+        calls_until_failure = -1;
+        allocations_until_failure = -1;
+        no_nameless_files = false;
+        no_proc = false;
+    }
+
+    // Calls `call` with the first, second, ... system call failing until it succeeds; `check` looks at what a failure
+    // left. Returns how many calls were made to fail.
+    template <class Prepare, class Call, class Check>
+    int fail_each(Prepare prepare, Call call, Check check) {
+        for (int count = 0;; ++count) {
+            prepare();
+            const std::size_t files = open_files();
+            failure_code = EIO;
+            calls_until_failure = count;
+            const int32_t error = call();
+            const bool failed = calls_until_failure < 0;
+            calls_until_failure = -1;
+            EXPECT_EQ(open_files(), files) << count;
+            if (!failed) {
+                EXPECT_EQ(error, 0);
+                return count;
+            }
+            check(error, count);
+        }
+    }
+
+    static constexpr auto nothing = [] {};
+    uint64_t handle_ = 0;
+
+    [[nodiscard]] int32_t open_a() { return open_trace("d/a", 16, 4096, &handle_); }
+    void expect_failed_cleanly(int32_t error, int count) {
+        EXPECT_EQ(error, EIO) << count;
+        EXPECT_EQ(handle_, 0U);
+        EXPECT_EQ(mappings_of(directory_.string()), 0U) << count;
+        for (const auto &each : std::filesystem::recursive_directory_iterator(directory_)) {
+            const std::string name = each.path().filename().string();
+            EXPECT_TRUE(name == "d" || name == "a" || name == "a.damaged") << name;
+        }
+        // What is there is whole.
+        const contents read = read_trace("d/a");
+        EXPECT_TRUE(read.error == 0 || read.error == ENOENT || read.error == EBADMSG) << read.error;
+        EXPECT_EQ(_skein_str(handle_, 0, "x"), EBADF);
+    }
+};
+
+TEST_F(SkeinFailure, OfCreation) {
+    const int failures = fail_each([&] { std::filesystem::remove_all(path("d")); }, [&] { return open_a(); },
+                                   [&](int32_t error, int count) { expect_failed_cleanly(error, count); });
+    EXPECT_GE(failures, 10);
+    EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
+    EXPECT_THAT(read_trace("d/a").texts(), ElementsAre("x"));
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+TEST_F(SkeinFailure, OfCreationWithoutNamelessFiles) {
+    for (const bool without_proc : {false, true}) {
+        no_nameless_files = !without_proc;
+        no_proc = without_proc;
+        std::filesystem::remove_all(path("d"));
+        EXPECT_EQ(open_a(), 0);
+        EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
+        EXPECT_EQ(skein_close(handle_), 0);
+        EXPECT_THAT(read_trace("d/a").texts(), ElementsAre("x"));
+        std::vector<std::string> names;
+        for (const auto &each : std::filesystem::directory_iterator(path("d"))) {
+            names.push_back(each.path().filename());
+        }
+        EXPECT_THAT(names, ElementsAre("a"));
+    }
+}
+
+TEST_F(SkeinFailure, OfAFullDiskLeavesNoFile) {
+    for (const bool nameless : {true, false}) {
+        no_nameless_files = !nameless;
+        for (const int code : {ENOSPC, EDQUOT, EFBIG}) {
+            bool seen = false;
+            for (int count = 0; count < 20; ++count) {  // one of these is the allocation of space
+                std::filesystem::remove_all(path("d"));
+                failure_code = code;
+                calls_until_failure = count;
+                const int32_t error = open_a();
+                calls_until_failure = -1;
+                if (error != 0) {
+                    EXPECT_EQ(error, code);
+                    seen = true;
+                } else {
+                    EXPECT_EQ(skein_close(handle_), 0);
+                }
+            }
+            EXPECT_TRUE(seen);
+        }
+    }
+}
+
+TEST_F(SkeinFailure, OfAttaching) {
+    const int failures = fail_each(
+        [&] {
+            std::filesystem::remove_all(path("d"));
+            ASSERT_EQ(open_a(), 0);
+            ASSERT_EQ(_skein_str(handle_, 0, "x"), 0);
+            ASSERT_EQ(skein_close(handle_), 0);
+        },
+        [&] { return open_a(); },
+        [&](int32_t error, int count) {
+            expect_failed_cleanly(error, count);
+            EXPECT_THAT(read_trace("d/a").texts(), ElementsAre("x"));
+        });
+    EXPECT_GE(failures, 6);
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+TEST_F(SkeinFailure, OfReplacingADamagedFile) {
+    const int failures = fail_each(
+        [&] {
+            std::filesystem::remove_all(path("d"));
+            std::filesystem::create_directory(path("d"));
+            write_bytes(path("d/a"), "damaged");
+        },
+        [&] { return open_a(); }, [&](int32_t error, int count) { expect_failed_cleanly(error, count); });
+    EXPECT_GE(failures, 12);
+    EXPECT_EQ(bytes_of(path("d/a.damaged")), "damaged");
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+TEST_F(SkeinFailure, OfDeleting) {
+    const int failures = fail_each(
+        [&] {
+            if (!std::filesystem::exists(path("d/a"))) {
+                ASSERT_EQ(open_a(), 0);
+                ASSERT_EQ(skein_close(handle_), 0);
+            }
+        },
+        [&] { return skein_delete("d/a"); },
+        [&](int32_t error, int count) {
+            // Without its header the file is taken for a stranger's, and is removed nevertheless.
+            EXPECT_TRUE(error == EIO || error == 0) << count;
+            EXPECT_EQ(std::filesystem::exists(path("d/a")), error != 0) << count;
+        });
+    EXPECT_GE(failures, 7);
+}
+
+TEST_F(SkeinFailure, OfReading) {
+    ASSERT_EQ(open_a(), 0);
+    ASSERT_EQ(_skein_str(handle_, 0, "x"), 0);
+    skein_reader *reader = nullptr;
+    const int failures = fail_each(
+        nothing, [&] { return skein_reader_open(nullptr, "d/a", &reader); },
+        [&](int32_t error, int count) {
+            if (error == 0) {  // only the second look at the counter failed
+                EXPECT_THAT(read_and_close(error, reader).texts(), ElementsAre("x"));
+                return;
+            }
+            EXPECT_EQ(error, EIO) << count;
+            EXPECT_EQ(reader, nullptr);
+        });
+    EXPECT_GE(failures, 6);
+    EXPECT_THAT(read_and_close(0, reader).texts(), ElementsAre("x"));
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+TEST_F(SkeinFailure, OfChangingOverKeepsTheOldFile) {
+    for (int count = 0; count < 12; ++count) {
+        ASSERT_EQ(open_a(), 0);
+        ASSERT_EQ(skein_delete("d/a"), 0);
+        uint64_t next = 0;
+        ASSERT_EQ(open_trace("d/a", 16, 4096, &next), 0);
+        const std::size_t files = open_files();
+        failure_code = EIO;
+        calls_until_failure = count;
+        EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
+        const bool failed = calls_until_failure < 0;
+        calls_until_failure = -1;
+        EXPECT_EQ(open_files(), files);
+        EXPECT_EQ(read_trace("d/a").entries.size(), failed ? 0U : 1U) << count;
+        EXPECT_EQ(skein_close(next), 0);
+        EXPECT_EQ(skein_close(handle_), 0);
+        EXPECT_EQ(mappings_of(directory_.string()), 0U);
+        ASSERT_EQ(skein_delete("d/a"), 0);
+    }
+}
+
+TEST_F(SkeinFailure, OfAFileSizeLimitIsACodeAndNoSignal) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit limit{8192, 8192};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        _exit(open_trace("big", 16, 16 * 4096, &handle_) == EFBIG && open_trace("small", 16, 4096, &handle_) == 0 ? 0
+                                                                                                                  : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(std::filesystem::exists(path("big")));
+}
+
+TEST_F(SkeinFailure, OfAddressSpace) {
+    if (sanitized) {
+        GTEST_SKIP() << "sanitizers need address space of their own";
+    }
+    ASSERT_EQ(open_trace("large", 16384, 16384 * 2048, &handle_), 0);
+    ASSERT_EQ(skein_close(handle_), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        uint64_t pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        const rlim_t bytes = pages * 4096 + (uint64_t{16} << 20U);  // the file is twice as large as what is left
+        const rlimit limit{bytes, bytes};
+        setrlimit(RLIMIT_AS, &limit);
+        skein_reader *reader = nullptr;
+        const bool refused = open_trace("large", 16, 4096, &handle_) == ENOMEM && handle_ == 0 &&
+                             skein_reader_open(nullptr, "large", &reader) == ENOMEM && reader == nullptr;
+        _exit(refused ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(SkeinFailure, OfAllocationsOfTheReader) {
+    if (sanitized) {
+        GTEST_SKIP() << "sanitizers have allocators of their own";
+    }
+    ASSERT_EQ(open_a(), 0);
+    ASSERT_EQ(_skein_str(handle_, 0, "x"), 0);
+    for (int count = 0;; ++count) {
+        skein_reader *reader = nullptr;
+        allocations_until_failure = count;
+        const int32_t error = skein_reader_open(nullptr, "d/a", &reader);
+        const bool failed = allocations_until_failure < 0;
+        allocations_until_failure = -1;
+        if (!failed) {
+            EXPECT_THAT(read_and_close(error, reader).texts(), ElementsAre("x"));
+            EXPECT_EQ(count, 4);
+            break;
+        }
+        EXPECT_EQ(error, ENOMEM) << count;
+        EXPECT_EQ(reader, nullptr);
+    }
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+TEST_F(SkeinFailure, OfAllocationsOfHandles) {
+    if (sanitized) {
+        GTEST_SKIP() << "sanitizers have allocators of their own";
+    }
+    std::vector<uint64_t> handles;
+    int32_t error = 0;
+    while (error == 0 && handles.size() < 1000) {  // the table grows by many at a time
+        allocations_until_failure = 0;
+        error = open_a();
+        allocations_until_failure = -1;
+        if (error == 0) {
+            handles.push_back(handle_);
+        }
+    }
+    EXPECT_EQ(error, ENOMEM);
+    EXPECT_EQ(handle_, 0U);
+    EXPECT_EQ(open_a(), 0);
+    handles.push_back(handle_);
+    for (const uint64_t each : handles) {
+        EXPECT_EQ(_skein_str(each, 0, "x"), 0);
+        EXPECT_EQ(skein_close(each), 0);
+    }
+}
+
+TEST_F(SkeinFailure, OfALockThatSomebodyHoldsGivesBusyAfterAWhile) {
+    ASSERT_EQ(open_a(), 0);
+    const int holder = open(path("d/a").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(holder, LOCK_EX), 0);
+    EXPECT_EQ(skein_delete("d/a"), EBUSY);
+    EXPECT_TRUE(std::filesystem::exists(path("d/a")));
+    EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
+    close(holder);
+    EXPECT_EQ(skein_delete("d/a"), 0);
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+}  // namespace
+}  // namespace skein_test
