@@ -7,7 +7,7 @@ scratch=$2
 here=$(cd "$(dirname "$0")" && pwd)
 prefix=$scratch/prefix
 flags='-Wall -Wextra -Wpedantic -Werror'
-expected='13 bytes lock candidate; catalogue YANG'
+expected='13 bytes lock candidate; catalogue YANG; session found'
 
 rm -rf "$scratch"
 mkdir -p "$scratch"
@@ -36,8 +36,8 @@ check "$scratch/cmake/consumer_c"
 check "$scratch/cmake/consumer_cpp"
 
 # Every installed header serves alone, in C11 and in C++20.
-for header in "$prefix"/include/nyx/*.h; do
-    cc -std=c11 $flags -x c -fsyntax-only "$header"
-    c++ -std=c++20 $flags -x c++ -fsyntax-only "$header"
-    echo "ok: $(basename "$header") alone"
+for header in "$prefix"/include/*/*.h; do
+    cc -std=c11 $flags -I"$prefix/include" -x c -fsyntax-only "$header"
+    c++ -std=c++20 $flags -I"$prefix/include" -x c++ -fsyntax-only "$header"
+    echo "ok: ${header#"$prefix/include/"} alone"
 done

@@ -1,3 +1,4 @@
+#include <nyx_session_store.h>
 #include <orca_msg_rec.h>
 #include <quill_nyx.h>
 
@@ -5,6 +6,20 @@
 #include <iostream>
 #include <string>
 #include <vector>
+
+namespace {
+
+bool session_is_found() {
+    static nyx_api_ctx api;
+    if (nyx_session_store_init(&api) != 0) {
+        return false;
+    }
+    nyx_session_ctx *const session = nyx_session_create(&api);
+    const bool found = session != nullptr && nyx_session_find(&api, session->session_id) == session;
+    return nyx_session_store_cleanup(&api) == 0 && found;
+}
+
+}  // namespace
 
 int main() {
     std::string name = "candidate";
@@ -21,6 +36,6 @@ int main() {
         return 1;
     }
     std::cout << bytes.size() << " bytes lock " << received.target.name << "; catalogue "
-              << orca_msg_rec_yang_info.component << '\n';
+              << orca_msg_rec_yang_info.component << "; session " << (session_is_found() ? "found" : "lost") << '\n';
     quill_nyx_lock_free_ext(&received, give, nullptr);
 }
