@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "checks.h"
-#include "records.h"
+#include "log.h"
 #include "reply_xml.h"
 #include "request_xml.h"
 #include "xml.h"
@@ -24,17 +24,6 @@ message encode(const quill_nyx_request &request) {
     outgoing.bytes.resize(quill_nyx_request_encode_ext(&request, nullptr, 0, nullptr, nullptr, 0));
     quill_nyx_request_encode_ext(&request, outgoing.bytes.data(), outgoing.bytes.size(), nullptr, nullptr, 0);
     return outgoing;
-}
-
-message exchange(connection &processor, const quill_nyx_request &request, std::optional<uint64_t> cut_after) {
-    processor.send(encode(request), cut_after);
-    message reply;
-    switch (processor.receive(reply, UINT32_MAX)) {
-        case receive_status::complete:
-            return reply;
-        default:
-            throw conversation_error("the processor closed the connection without a reply");
-    }
 }
 
 /* The processor is this program's own: its replies need no memory budget. */
@@ -85,32 +74,30 @@ bool agent::handle(std::string_view text, uint32_t session) {
 bool agent::handle_one(std::string_view text, uint32_t session) {
     const uint32_t id = session_id(session);
     xml_document document;
+    owned_request request;
     owned_result result;
+    const nyx_request_ctx under_way{&api_, &request.record};
     try {
         document = parse_xml(text);
-        owned_request request;
         read_request(rpc_element(document), request.record);
-        request.record.session_id = id;
-        request.record.has_session_id = 1;
-        const message reply = exchange(processor_, request.record, std::exchange(cut_after_, std::nullopt));
+        address(request.record, id);
+        const message reply = ask(under_way, std::exchange(cut_after_, std::nullopt));
         if (reply.kind == message_kind::response) {
-            owned_response response;
-            decode(reply, response);
-            print(write_reply(xmlDocGetRootElement(document.get()), response.record));
-            return response.record.errors_count == 0;
+            return print_response(xmlDocGetRootElement(document.get()), reply);
         }
-        decode(reply, result);
+        take_result(request.record, reply, result);
     } catch (const rpc_failure &failure) {
+        LOG_REQUEST(WRN, NYX, under_way, nullptr, "not sent: %s: %s", failure.tag.c_str(), failure.message.c_str());
         set_failure(result.record, failure);
     }
     print(write_reply(document == nullptr ? nullptr : xmlDocGetRootElement(document.get()), result.record));
     return result.record.uint32_1 != 0;
 }
 
+/* A session is opened once: after its end, its requests are refused. */
 uint32_t agent::session_id(uint32_t session) {
-    const auto known = session_ids_.find(session);
-    if (known != session_ids_.end()) {
-        return known->second;
+    if (const auto known = sessions_.id_of(session)) {
+        return *known;
     }
     owned_request request;
     request.record.type = QUILL_NYX_REQUEST_TYPE_START_SESSION;
@@ -118,12 +105,55 @@ uint32_t agent::session_id(uint32_t session) {
     request.record.message_id = copy_string("start");
     request.record.has_message_id = 1;
     request.record.has_start_session = 1;
+    const nyx_request_ctx under_way{&api_, &request.record};
     owned_result result;
-    decode(exchange(processor_, request.record, std::nullopt), result);
+    decode(ask(under_way, std::nullopt), result);
     if (result.record.uint32_1 == 0 || !result.record.has_uint32_2) {
         throw conversation_error("the processor opens no session");
     }
-    return session_ids_[session] = result.record.uint32_2;
+    const uint32_t id = result.record.uint32_2;
+    LOG_REQUEST(DBG, NYX, under_way, nullptr, "session %u is session-id=%u of the processor", session, id);
+    sessions_.open(session, id);
+    return id;
+}
+
+/* Numbers of sessions become ids. The processor refuses what has none, as it refuses every unknown session. */
+void agent::address(quill_nyx_request &request, uint32_t id) const {
+    request.session_id = id;
+    request.has_session_id = 1;
+    if (request.stop_session.has_uint32_1) {
+        request.stop_session.uint32_1 = sessions_.id_of(request.stop_session.uint32_1).value_or(no_session);
+    }
+}
+
+message agent::ask(const nyx_request_ctx &under_way, std::optional<uint64_t> cut_after) {
+    const message outgoing = encode(*under_way.request);
+    LOG_REQUEST(TRC, NYX, under_way, nullptr, "sends %zu bytes", outgoing.bytes.size());
+    processor_.send(outgoing, cut_after);
+    message reply;
+    if (processor_.receive(reply, UINT32_MAX) != receive_status::complete) {
+        throw conversation_error("the processor closed the connection without a reply");
+    }
+    LOG_REQUEST(TRC, NYX, under_way, nullptr, "is answered with %zu bytes", reply.bytes.size());
+    return reply;
+}
+
+bool agent::print_response(const xmlNode *rpc, const message &reply) {
+    owned_response response;
+    decode(reply, response);
+    for (uint32_t i = 0; i < response.record.errors_count; ++i) {
+        name_sessions(response.record.errors[i], sessions_);
+    }
+    print(write_reply(rpc, response.record));
+    return response.record.errors_count == 0;
+}
+
+void agent::take_result(const quill_nyx_request &request, const message &reply, owned_result &result) {
+    decode(reply, result);
+    name_sessions(result.record.error, sessions_);
+    if (request.has_stop_session && result.record.uint32_1 != 0) {
+        sessions_.close(request.stop_session.has_uint32_1 ? request.stop_session.uint32_1 : request.session_id);
+    }
 }
 
 void agent::print(const std::string &reply) {

@@ -5,14 +5,18 @@
 #ifndef REQUEST_PATH_AGENT_H
 #define REQUEST_PATH_AGENT_H
 
+#include <libxml/tree.h>
+#include <nyx_api.h>
+
 #include <cstdint>
 #include <iosfwd>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "records.h"
+#include "session_numbers.h"
 #include "wire.h"
 
 namespace request_path {
@@ -22,15 +26,20 @@ std::vector<std::string_view> split_messages(std::string_view text);
 
 class agent {
   public:
-    /** @param replies  where the rpc-reply elements go, with NETCONF's end-of-message marker between them */
-    agent(connection &processor, std::ostream &replies) : processor_(processor), replies_(replies) {}
+    /**
+     * @param api      what the agent logs through
+     * @param replies  where the rpc-reply elements go, with NETCONF's end-of-message marker between them
+     */
+    agent(nyx_api_ctx &api, connection &processor, std::ostream &replies)
+        : api_(api), processor_(processor), replies_(replies) {}
 
     /** For trying out failures: only so many bytes of the next message that answers an rpc element are sent. */
     void cut_next_message(uint64_t bytes) { cut_after_ = bytes; }
 
     /**
      * Handles the rpc elements of a text one after the other.
-     * @param session  which of this agent's sessions they belong to; each is opened before its first rpc element
+     * @param session  which of this agent's sessions they belong to, from 1 on; each is opened before its first rpc
+     *                 element
      * @return whether all of them succeeded
      */
     bool handle(std::string_view text, uint32_t session);
@@ -38,11 +47,16 @@ class agent {
   private:
     bool handle_one(std::string_view text, uint32_t session);
     uint32_t session_id(uint32_t session);
+    void address(quill_nyx_request &request, uint32_t id) const;
+    message ask(const nyx_request_ctx &under_way, std::optional<uint64_t> cut_after);
+    bool print_response(const xmlNode *rpc, const message &reply);
+    void take_result(const quill_nyx_request &request, const message &reply, owned_result &result);
     void print(const std::string &reply);
 
+    nyx_api_ctx &api_;
     connection &processor_;
     std::ostream &replies_;
-    std::map<uint32_t, uint32_t> session_ids_;
+    session_numbers sessions_;
     std::optional<uint64_t> cut_after_;
     bool printed_ = false;
 };

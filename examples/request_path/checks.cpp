@@ -16,14 +16,15 @@ void check_message_id(const quill_nyx_request &request) {
     }
 }
 
-uint32_t check_session_id(const quill_nyx_request &request, const session_list &sessions) {
+nyx_session_ctx &check_session_id(const quill_nyx_request &request, nyx_api_ctx &api) {
     if (!request.has_session_id) {
         throw simple_failure(error_application, "data-missing", "Session ID is missing.");
     }
-    if (!sessions.is_open(request.session_id)) {
+    nyx_session_ctx *const session = nyx_session_find(&api, request.session_id);
+    if (session == nullptr) {
         throw simple_failure(error_application, "invalid-value", "Entered session ID was not found.");
     }
-    return request.session_id;
+    return *session;
 }
 
 namespace {

@@ -10,7 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -25,23 +24,10 @@
 #include <vector>
 
 #include "agent.h"
-#include "processor.h"
+#include "options.h"
 
 namespace request_path {
 namespace {
-
-/* Exit codes. */
-constexpr int all_succeeded = 0;
-constexpr int some_request_failed = 1;
-constexpr int no_conversation = 2;
-
-struct settings {
-    std::vector<std::string> arguments;
-    bool verbose = false;
-    uint32_t timeout = 10;
-    std::optional<uint64_t> cut_after;
-    processor_settings processor;
-};
 
 struct input {
     std::string text;
@@ -83,7 +69,7 @@ std::string read_file(const std::string &name) {
 }
 
 bool names_session(const std::string &argument) {
-    return argument.size() > 1 && argument.size() < 10 && argument[0] == '@' &&
+    return argument.size() > 1 && argument.size() < 10 && argument[0] == '@' && argument[1] != '0' &&
            std::all_of(argument.begin() + 1, argument.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
@@ -104,14 +90,51 @@ std::vector<input> read_inputs(const std::vector<std::string> &arguments) {
     return inputs;
 }
 
-int run_processor(int socket, pid_t parent, const processor_settings &settings) {
+/* The agent starts when the processor is set up, so that what both print comes in the same order in every run. A pipe
+ * tells it: its reading ends when the processor closes its end, or is gone. */
+class starting_signal {
+  public:
+    starting_signal() {
+        if (pipe2(ends_.data(), O_CLOEXEC) != 0) {
+            throw std::runtime_error("pipe: " + std::generic_category().message(errno));
+        }
+    }
+    starting_signal(const starting_signal &) = delete;
+    starting_signal &operator=(const starting_signal &) = delete;
+    ~starting_signal() {
+        close(ends_[0]);
+        give();
+    }
+
+    void give() {
+        if (ends_[1] >= 0) {
+            close(ends_[1]);
+            ends_[1] = -1;
+        }
+    }
+
+    void wait() {
+        give();
+        char nothing = 0;
+        while (read(ends_[0], &nothing, 1) < 0 && errno == EINTR) {
+        }
+    }
+
+  private:
+    std::array<int, 2> ends_{};
+};
+
+int run_processor(int socket, pid_t parent, starting_signal &start, const options &given) {
     try {
         /* A processor that is stopped would not notice that the connection is closed. */
         if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent) {
             throw std::runtime_error("the agent is gone already");
         }
         connection agent(socket);
-        serve(agent, settings);
+        processor_frame frame(given.session_seed);
+        apply(given.logs, frame.root.api());
+        start.give();
+        serve(agent, frame.root.api(), given.processor);
         return all_succeeded;
     } catch (const std::exception &e) {
         std::cerr << "processor: " << e.what() << std::endl;
@@ -137,9 +160,9 @@ std::optional<std::string> wait_for(pid_t processor) {
 }
 
 /* @return whether all requests succeeded; throws when the conversation breaks off */
-bool run_agent(connection &processor, const settings &given, const std::vector<input> &inputs) {
+bool run_agent(nyx_api_ctx &api, connection &processor, const options &given, const std::vector<input> &inputs) {
     processor.set_timeout(given.timeout);
-    agent front(processor, std::cout);
+    agent front(api, processor, std::cout);
     if (given.cut_after) {
         front.cut_next_message(*given.cut_after);
     }
@@ -154,13 +177,15 @@ bool run_agent(connection &processor, const settings &given, const std::vector<i
 }
 
 /* Whatever happens, the processor has ended when this returns. */
-int converse(int socket, pid_t processor, const settings &given, const std::vector<input> &inputs) {
+int converse(int socket, pid_t processor, const options &given, const std::vector<input> &inputs) {
     connection line(socket);
+    frame own("agent", "agentx");
+    apply(given.logs, own.api());
     int code = no_conversation;
     std::string problem;
     bool silent = false;
     try {
-        code = run_agent(line, given, inputs) ? all_succeeded : some_request_failed;
+        code = run_agent(own.api(), line, given, inputs) ? all_succeeded : some_request_failed;
     } catch (const silence_error &e) {
         problem = e.what();
         silent = true;
@@ -191,13 +216,14 @@ void fill_standard_streams() {
     }
 }
 
-int run(settings &given) {
+int run(options &given) {
     const std::vector<input> inputs = read_inputs(given.arguments);
     given.processor.verbose = given.verbose ? &std::cerr : nullptr;
     int sockets[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) {
         throw std::runtime_error("socketpair: " + std::generic_category().message(errno));
     }
+    starting_signal start;
     const pid_t parent = getpid();
     const pid_t processor = fork();
     if (processor < 0) {
@@ -205,61 +231,11 @@ int run(settings &given) {
     }
     const int own = processor == 0 ? 1 : 0;
     close(sockets[1 - own]);
-    return processor == 0 ? run_processor(sockets[own], parent, given.processor)
-                          : converse(sockets[own], processor, given, inputs);
-}
-
-/* A number with a minus would be taken for a very large one. */
-const CLI::Validator &not_negative() {
-    static const CLI::Validator check(
-        [](const std::string &text) { return std::string(text.starts_with('-') ? "a negative number" : ""); }, "");
-    return check;
-}
-
-void describe(CLI::App &app, settings &given) {
-    app.add_option(
-        "input", given.arguments,
-        "Files of NETCONF rpc elements, - for the standard input (also when there is none); several elements "
-        "in one file stand apart by ]]>]]>. @N: what follows belongs to session N of the agent (at first 1)");
-    app.add_flag("-v,--verbose", given.verbose, "Show on the standard error what arrives at the processor");
-    app.add_option("--budget", given.processor.memory_budget, "Bytes of memory that decoding a request may take")
-        ->capture_default_str()
-        ->check(not_negative());
-    app.add_option("--max-message", given.processor.longest_message, "Bytes of the longest message")
-        ->capture_default_str()
-        ->check(not_negative())
-        ->check(CLI::Range(uint64_t{512}, uint64_t{1} << 30));
-    app.add_option("--timeout", given.timeout, "Seconds that the agent waits for the processor")
-        ->capture_default_str()
-        ->check(CLI::Range(1, 3600));
-    const char *faults = "For trying out failures";
-    app.add_option(
-           "--cut", given.cut_after,
-           "The agent sends so many bytes of its next message and closes its sending side; a message that is no longer "
-           "than that arrives whole")
-        ->check(not_negative())
-        ->group(faults);
-    app.add_option("--die", given.processor.die_at,
-                   "The processor dies at the N-th request (the first opens a session)")
-        ->check(not_negative())
-        ->group(faults);
-    app.add_option("--stall", given.processor.stall_at, "The processor stops at the N-th request")
-        ->check(not_negative())
-        ->group(faults);
-}
-
-int parse_and_run(int argc, char **argv) {
-    settings given;
-    CLI::App app(
-        "A NETCONF agent and a request processor, joined by libnyx's message records.\n"
-        "Exit code: 0 all requests succeeded, 1 one failed, 2 the conversation did not take place as a whole.");
-    describe(app, given);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &e) {
-        return app.exit(e) == 0 ? all_succeeded : no_conversation;
+    if (processor == 0) {
+        return run_processor(sockets[own], parent, start, given);
     }
-    return run(given);
+    start.wait();
+    return converse(sockets[own], processor, given, inputs);
 }
 
 }  // namespace
@@ -269,7 +245,9 @@ int main(int argc, char **argv) {
     int code = request_path::no_conversation;
     try {
         request_path::fill_standard_streams();
-        code = request_path::parse_and_run(argc, argv);
+        request_path::options given;
+        const auto end = request_path::read_command_line(argc, argv, given);
+        code = end ? *end : request_path::run(given);
     } catch (const std::exception &e) {
         std::fprintf(stderr, "request_path: %s\n", e.what());
     }

@@ -12,6 +12,7 @@
 #include "datastore.h"
 #include "edit.h"
 #include "filter.h"
+#include "log.h"
 #include "records.h"
 #include "request_numbers.h"
 #include "tree_print.h"
@@ -91,11 +92,14 @@ store named_store(const quill_nyx_datastore &record, const char *role) {
 /* The operations. Each either does the whole of what it is asked to or throws an rpc_failure and changes nothing. */
 class processor {
   public:
-    void handle(const quill_nyx_request &request, answer &reply);
+    explicit processor(nyx_api_ctx &api) : api_(api) {}
+
+    void handle(const nyx_request_ctx &under_way, answer &reply);
 
   private:
+    uint32_t carry_out(const quill_nyx_request &request, answer &reply);
     void dispatch(const quill_nyx_request &request, uint32_t session, answer &reply);
-    void start_session(answer &reply);
+    uint32_t start_session(answer &reply);
     void stop_session(const quill_nyx_stop_session &body, uint32_t session);
     static void read(const node &content, const quill_nyx_filter &filter, bool filtered, answer &reply);
     void edit_config(const quill_nyx_edit_config &body, uint32_t session, answer &reply);
@@ -108,22 +112,33 @@ class processor {
     void discard_changes(uint32_t session);
     void check_writable(store which, uint32_t session) const;
 
+    nyx_api_ctx &api_;
     datastores stores_;
-    session_list sessions_;
 };
 
-void processor::handle(const quill_nyx_request &request, answer &reply) {
+void processor::handle(const nyx_request_ctx &under_way, answer &reply) {
     try {
-        check_message_id(request);
-        if (request.has_type && request.type == QUILL_NYX_REQUEST_TYPE_START_SESSION) {
-            start_session(reply);
-        } else {
-            dispatch(request, check_session_id(request, sessions_), reply);
-        }
+        const uint32_t session = carry_out(*under_way.request, reply);
         set_success(reply.result.record);
+        LOG_REQUEST(DBG, ME, under_way, nyx_session_find(&api_, session), "%s of session-id=%u is done",
+                    nyx_debug_op_name(under_way.request->type), session);
     } catch (const rpc_failure &failure) {
         set_failure(reply.result.record, failure);
+        const uint32_t session = under_way.request->session_id;
+        LOG_REQUEST(WRN, ME, under_way, nyx_session_find(&api_, session), "%s of session-id=%u is refused: %s: %s",
+                    nyx_debug_op_name(log_operation(under_way)), session, failure.tag.c_str(), failure.message.c_str());
     }
+}
+
+/* @return the session's id; the session itself may have ended */
+uint32_t processor::carry_out(const quill_nyx_request &request, answer &reply) {
+    check_message_id(request);
+    if (request.has_type && request.type == QUILL_NYX_REQUEST_TYPE_START_SESSION) {
+        return start_session(reply);
+    }
+    const uint32_t session = check_session_id(request, api_).session_id;
+    dispatch(request, session, reply);
+    return session;
 }
 
 void processor::dispatch(const quill_nyx_request &request, uint32_t session, answer &reply) {
@@ -159,18 +174,24 @@ void processor::dispatch(const quill_nyx_request &request, uint32_t session, ans
     }
 }
 
-void processor::start_session(answer &reply) {
-    reply.result.record.uint32_2 = sessions_.open();
+uint32_t processor::start_session(answer &reply) {
+    const nyx_session_ctx *const session = nyx_session_create(&api_);
+    if (session == nullptr) {
+        throw simple_failure(error_application, "resource-denied", "No session can be opened.");
+    }
+    reply.result.record.uint32_2 = session->session_id;
     reply.result.record.has_uint32_2 = 1;
+    return session->session_id;
 }
 
 void processor::stop_session(const quill_nyx_stop_session &body, uint32_t session) {
     const uint32_t ended = body.has_uint32_1 ? body.uint32_1 : session;
-    if (body.has_uint32_1 && (ended == session || !sessions_.is_open(ended))) {
+    nyx_session_ctx *const found = nyx_session_find(&api_, ended);
+    if (found == nullptr || (body.has_uint32_1 && ended == session)) {
         throw simple_failure(error_application, "invalid-value", "The session to kill is this one or none.");
     }
     stores_.forget_session(ended);
-    sessions_.close(ended);
+    nyx_session_destroy(&api_, found);
 }
 
 void processor::read(const node &content, const quill_nyx_filter &filter, bool filtered, answer &reply) {
@@ -305,20 +326,37 @@ void fail_on_purpose(uint64_t request_number, const processor_settings &settings
     }
 }
 
-void answer_request(processor &work, const message &incoming, examples::arena &memory, std::ostream *verbose,
-                    answer &reply) {
+/* The budget being exhausted is what this process knows of memory pressure. It lasts until a request fits again. */
+void note_memory_state(const nyx_request_ctx &under_way, bool is_short) {
+    if (is_short && nyx_util_is_mem_usage_normal() != 0) {
+        nyx_util_set_mem_state(1);
+        LOG_REQUEST(WRN, NYX, under_way, nullptr, "memory pressure: a request takes more than its budget");
+    } else if (!is_short && nyx_util_is_mem_usage_normal() == 0) {
+        nyx_util_set_mem_state(0);
+        LOG_REQUEST(DBG, NYX, under_way, nullptr, "memory usage is normal again");
+    }
+}
+
+void answer_request(processor &work, nyx_api_ctx &api, const message &incoming, examples::arena &memory,
+                    std::ostream *verbose, answer &reply) {
     quill_nyx_request request;
+    const nyx_request_ctx under_way{&api, &request};
     const int32_t code = quill_nyx_request_decode_ext(&request, incoming.bytes.data(), incoming.bytes.size(),
                                                       examples::arena::allocate, &memory, 0);
+    note_memory_state(under_way, code == QUILL_DECODE_NO_MEMORY);
     if (code != 0) {
+        LOG_REQUEST(WRN, NYX, under_way, nullptr, "%zu bytes cannot be decoded, result %d", incoming.bytes.size(),
+                    code);
         return set_failure(reply.result.record, decoding_failure(code));
     }
+    LOG_REQUEST(TRC, NYX, under_way, nullptr, "%zu bytes arrived and take %llu bytes of memory", incoming.bytes.size(),
+                static_cast<unsigned long long>(memory.used()));
     if (verbose != nullptr) {
         *verbose << "processor: a request of " << incoming.bytes.size() << " bytes arrived; decoded, it takes "
                  << sizeof request << " bytes and " << memory.used() << " more in the arena\n";
         print_request(*verbose, request);
     }
-    work.handle(request, reply);
+    work.handle(under_way, reply);
 }
 
 void send_answer(connection &agent, const answer &reply, const processor_settings &settings) {
@@ -338,8 +376,8 @@ void send_answer(connection &agent, const answer &reply, const processor_setting
 
 }  // namespace
 
-void serve(connection &agent, const processor_settings &settings) {
-    processor work;
+void serve(connection &agent, nyx_api_ctx &api, const processor_settings &settings) {
+    processor work(api);
     examples::arena memory(settings.memory_budget);
     message incoming;
     for (uint64_t number = 1;; ++number) {
@@ -354,7 +392,7 @@ void serve(connection &agent, const processor_settings &settings) {
         } else if (incoming.kind != message_kind::request) {
             throw conversation_error("a message that is not a request");
         } else {
-            answer_request(work, incoming, memory, settings.verbose, reply);
+            answer_request(work, api, incoming, memory, settings.verbose, reply);
         }
         memory.reset();
         send_answer(agent, reply, settings);

@@ -7,7 +7,9 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <optional>
 
+#include "frame.h"
 #include "wire.h"
 
 namespace request_path {
@@ -20,8 +22,21 @@ struct processor_settings {
     uint64_t stall_at = 0;               ///< likewise, stop it there
 };
 
-/** Serves the connection until the other side closes it. Throws conversation_error. */
-void serve(connection &agent, const processor_settings &settings);
+/** The parts that this process plays, as the library sees them: the framework, and the back end with the datastores. */
+struct processor_frame {
+    explicit processor_frame(std::optional<uint32_t> session_seed = std::nullopt)
+        : sessions(root.api(), session_seed) {}
+
+    frame root{"processor", "processor"};
+    component back_end{root, "me", NYX_COMPONENT_ME};
+    session_store sessions;
+};
+
+/**
+ * Serves the connection until the other side closes it. Throws conversation_error.
+ * @param api  that of a processor_frame; sessions that are open at the end stay in its store
+ */
+void serve(connection &agent, nyx_api_ctx &api, const processor_settings &settings);
 
 }  // namespace request_path
 

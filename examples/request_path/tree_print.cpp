@@ -1,5 +1,7 @@
 #include "tree_print.h"
 
+#include <nyx_debug.h>
+
 #include <array>
 #include <iomanip>
 #include <ostream>
@@ -12,12 +14,6 @@ namespace request_path {
 
 namespace {
 
-constexpr std::array request_types{
-    "get-config",   "edit-config",        "validate",           "lock",        "unlock",
-    "commit",       "cancel-commit",      "discard-changes",    "copy-config", "delete-config",
-    "get",          "start-session",      "stop-session",       "logging-set", "schemas-list",
-    "cli-config",   "cli-show",           "settings-set",       "invoke-rpc",  "create-subscription",
-    "streams-list", "notification-pause", "notification-resume"};
 constexpr std::array edit_operations{"merge", "replace", "create", "delete", "remove"};
 constexpr std::array default_operations{"merge", "replace", "none"};
 constexpr std::array test_options{"test-then-set", "set", "test-only"};
@@ -38,11 +34,15 @@ class printer {
         }
     }
 
+    void number(const char *name, bool present, uint64_t value, const char *meaning) {
+        if (present) {
+            line() << name << ": " << value << " (" << meaning << ")\n";
+        }
+    }
+
     template <size_t count>
     void number(const char *name, bool present, uint64_t value, const std::array<const char *, count> &meanings) {
-        if (present) {
-            line() << name << ": " << value << " (" << (value < count ? meanings[value] : "unknown") << ")\n";
-        }
+        number(name, present, value, value < count ? meanings[value] : "unknown");
     }
 
     void text(const char *name, bool present, const char *value) {
@@ -207,7 +207,7 @@ void show_segments(std::ostream &out, const quill_nyx_request &request, const st
 void print_request(std::ostream &out, const quill_nyx_request &request) {
     printer p(out);
     p.record("request", true, [&] {
-        p.number("type", request.has_type, request.type, request_types);
+        p.number("type", request.has_type, request.type, nyx_debug_op_name(request.type));
         p.number("session_id", request.has_session_id, request.session_id);
         p.text("message_id", request.has_message_id, request.message_id);
         show_bodies(p, request);

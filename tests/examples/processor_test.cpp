@@ -2,6 +2,7 @@
 #include "processor.h"
 
 #include <gtest/gtest.h>
+#include <nyx_session_store.h>
 #include <quill_nyx.h>
 #include <sys/socket.h>
 
@@ -9,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "private_traces.h"
 #include "records.h"
 
 using namespace request_path;
@@ -18,18 +20,21 @@ namespace {
 constexpr uint64_t whole = UINT64_MAX;  // sent as a whole, but nothing after it
 
 struct Processor : testing::Test {
-    Processor() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends_), 0); }
+    Processor() { take_new_connection(); }
+
+    void take_new_connection() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends_), 0); }
 
     /* Sends one message, has it served, and takes the reply. */
     quill_nyx_request_result &answer_to(const message &outgoing) {
         connection agent(ends_[0]);
         connection processor(ends_[1]);
-        std::thread server([&] { serve(processor, settings); });
+        std::thread server([&] { serve(processor, frame.root.api(), settings); });
         agent.send(outgoing, whole);
         message reply;
         EXPECT_EQ(agent.receive(reply, 1 << 20), receive_status::complete);
         server.join();
         EXPECT_EQ(reply.kind, message_kind::request_result);
+        quill_nyx_request_result_free_ext(&result.record, give_block, nullptr, 0);  // what was answered before
         EXPECT_EQ(quill_nyx_request_result_decode_ext(&result.record, reply.bytes.data(), reply.bytes.size(),
                                                       take_block, nullptr, 0),
                   0);
@@ -43,6 +48,7 @@ struct Processor : testing::Test {
         return answer_to(outgoing);
     }
 
+    processor_frame frame;
     processor_settings settings;
     owned_result result;
 
@@ -110,13 +116,47 @@ TEST_F(Processor, RefusesASessionThatNobodyOpened) {
     EXPECT_STREQ(answer_to(request.record).error.error_tag, "invalid-value");
 }
 
-TEST_F(Processor, GivesTheFirstSessionNumberOne) {
+TEST_F(Processor, KeepsTheSessionThatItOpensInTheStore) {
     owned_request request;
     set_message_id(request.record);
     set_type(request.record, QUILL_NYX_REQUEST_TYPE_START_SESSION);
     const auto &answer = answer_to(request.record);
     EXPECT_EQ(answer.uint32_1, 1u);
-    EXPECT_EQ(answer.uint32_2, 1u);
+    ASSERT_EQ(answer.has_uint32_2, 1u);
+    EXPECT_NE(nyx_session_find(&frame.root.api(), answer.uint32_2), nullptr);
+}
+
+TEST_F(Processor, TakesRequestsOfASessionInTheStore) {
+    owned_request request;
+    set_message_id(request.record);
+    set_type(request.record, QUILL_NYX_REQUEST_TYPE_COMMIT);
+    request.record.session_id = nyx_session_create(&frame.root.api())->session_id;
+    request.record.has_session_id = 1;
+    EXPECT_EQ(answer_to(request.record).uint32_1, 1u);
+}
+
+TEST_F(Processor, EndsTheSessionThatIsKilled) {
+    const uint32_t killed = nyx_session_create(&frame.root.api())->session_id;
+    owned_request request;
+    set_message_id(request.record);
+    set_type(request.record, QUILL_NYX_REQUEST_TYPE_STOP_SESSION);
+    request.record.session_id = nyx_session_create(&frame.root.api())->session_id;
+    request.record.has_session_id = 1;
+    request.record.stop_session.uint32_1 = killed;
+    request.record.stop_session.has_uint32_1 = 1;
+    request.record.has_stop_session = 1;
+    EXPECT_EQ(answer_to(request.record).uint32_1, 1u);
+    EXPECT_EQ(nyx_session_find(&frame.root.api(), killed), nullptr);
+    EXPECT_NE(nyx_session_find(&frame.root.api(), request.record.session_id), nullptr);
+}
+
+TEST_F(Processor, TellsOfMemoryPressureUntilARequestFits) {
+    EXPECT_EQ(nyx_util_is_mem_usage_normal(), 1u);
+    answer_to({message_kind::request, nested(100'000)});
+    EXPECT_EQ(nyx_util_is_mem_usage_normal(), 0u);
+    take_new_connection();
+    answer_to({message_kind::request, {}});
+    EXPECT_EQ(nyx_util_is_mem_usage_normal(), 1u);
 }
 
 TEST_F(Processor, RefusesNestingThatWouldTakeItsStack) {
@@ -135,5 +175,6 @@ TEST(ProcessorKind, RefusesToServeWhatIsNoRequest) {
     connection agent(ends[0]);
     connection processor(ends[1]);
     agent.send({message_kind::response, {}}, whole);
-    EXPECT_THROW(serve(processor, {}), conversation_error);
+    processor_frame frame;
+    EXPECT_THROW(serve(processor, frame.root.api(), {}), conversation_error);
 }
