@@ -197,6 +197,15 @@ TEST_F(BundledPlatform, ATraceDirectoryThatCannotBeMadeIsReported) {
     EXPECT_EQ(nyx_debug_cleanup(&api_.debug), 0) << "the flags that were registered are destroyed";
 }
 
+TEST_F(BundledPlatform, AComponentWithoutATraceFileIsReported) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(nyx_debug_init(&api_.debug, "fileless", NYX_COMPONENT_ALL, nullptr), NYX_RC_DEBUG_INIT);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              std::string("Init trace buffer (agentx-) failed! (") + rcode_strerror(EINVAL) + ")");
+    EXPECT_EQ(api_.debug.trace_enabled, 0U);
+    EXPECT_EQ(nyx_debug_cleanup(&api_.debug), 0);
+}
+
 TEST_F(BundledContexts, SessionsAreFoundDestroyedAndAccountedFor) {
     umbra_named_usage before = {};
     umbra_named_total(&before);

@@ -490,6 +490,12 @@ TEST_F(ShortFile, IsWhatFollowsTheLastSlash) {
     EXPECT_THAT(recorder().log_lines(), IsEmpty());
 }
 
+TEST_F(ShortFile, IsFoundBehindPathsOfAnyLength) {
+    const std::string path = std::string(1'000'000, 'd') + "/file.cpp";
+    EXPECT_STREQ(nyx_debug_short_file(&ctx_, path.c_str()), "file.cpp");
+    EXPECT_THAT(recorder().log_lines(), IsEmpty());
+}
+
 TEST_F(ShortFile, IsThePathItselfWithoutASlash) {
     for (const char *const path : {"file.cpp", "", "a\\b"}) {
         EXPECT_EQ(nyx_debug_short_file(&ctx_, path), path);

@@ -105,6 +105,25 @@ TEST_F(LogLine, ThatCannotBeWrittenIsLost) {
     EXPECT_EQ(ret_nc_nyx_trace_index_incr(), index + 1);
 }
 
+// A line that is logged while another is being written (by a signal handler, or by the trace library itself) must not
+// overwrite it.
+TEST_F(LogLine, IsFormattedInAPlaceOfItsOwn) {
+    init_root();
+    set_output(QUILL_NYX_LOGGING_LEVEL_NONE, 1);
+    recorder().forget();
+    bool within = false;
+    recorder().when_called("_skein_str", [&] {
+        if (!within) {
+            within = true;
+            log_error();
+        }
+    });
+    log_error();
+    const std::vector<nyx_test::call> writes = recorder().calls("_skein_str");
+    ASSERT_THAT(writes, SizeIs(2));
+    EXPECT_NE(writes[0].arguments.at(2).bits, writes[1].arguments.at(2).bits);
+}
+
 TEST_F(LogLine, NumbersAreSharedByAllContexts) {
     init_root();
     nyx_api_ctx other{};

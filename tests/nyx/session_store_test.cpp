@@ -243,8 +243,12 @@ TEST_F(SessionStoreInit, ReportsMemoryThatIsNotCleared) {
     umbra_wavl_tree before;
     std::memcpy(&before, &api_.session_tree, sizeof before);
     recorder().fail("memset_s", 1, 406);
+    c_library().draws = {11, 12, 13, 14};
+    c_library().seeds.clear();
     const std::uint32_t index = next_trace_index();
     EXPECT_EQ(nyx_session_store_init(&api_), 406);
+    EXPECT_THAT(c_library().seeds, SizeIs(1)) << "seeded before the tree is cleared";
+    EXPECT_THAT(api_.session_id_state, ElementsAre(11, 12, 13, 14));
     expect_lines({line("ERR", "nyx_session_store_init", "mem init failure: %s",
                        "mem init failure: " + nyx_test::text_of_code(406))},
                  index);
@@ -611,6 +615,25 @@ TEST_F(SessionDestroy, OfAStrangerLeavesItsBuffersAlone) {
     EXPECT_THAT(recorder().live_blocks(), ElementsAre(session_text, node_text, "a", "b"));
     umbra_named_free(a);
     umbra_named_free(b);
+}
+
+// The id decides what leaves the tree; what is released is what was passed.
+TEST_F(SessionDestroy, OfALookAlikeReleasesWhatWasPassed) {
+    nyx_session_ctx *const stored = create(5);
+    nyx_session_ctx *const passed = stray_session(5);
+    void *const kept = block("kept");
+    void *const owned = block("owned");
+    stored->session_owned_a = kept;
+    passed->session_owned_b = owned;
+    recorder().forget();
+    nyx_session_destroy(&api_, passed);
+    EXPECT_EQ(nyx_session_find(&api_, 5), nullptr);
+    ASSERT_THAT(recorder().calls("umbra_named_free"), SizeIs(3));
+    EXPECT_EQ(recorder().calls("umbra_named_free")[1], called("umbra_named_free", owned));
+    EXPECT_EQ(recorder().calls("umbra_named_free")[2], called("umbra_named_free", passed));
+    EXPECT_THAT(recorder().live_blocks(), ElementsAre(session_text, "kept"));
+    umbra_named_free(kept);
+    umbra_named_free(stored);
 }
 
 TEST_F(SessionDestroy, OfAStrangerWithoutAnIdReleasesTheRecord) {

@@ -92,7 +92,8 @@ void watch_reports() {
     while (!reporting_ends) {
         umbra_named_usage usage = {};
         if (umbra_named_usage_of("watched", &usage) == 0) {
-            EXPECT_LE(usage.live_blocks, 2 * thread_count + 1);
+            EXPECT_LE(usage.live_blocks, usage.total_blocks);
+            EXPECT_LE(usage.live_bytes, usage.total_bytes);
             EXPECT_LE(usage.live_bytes, usage.peak_bytes);
         }
         EXPECT_LE(umbra_named_report(nullptr, 0), UMBRA_NAMED_DESCRIPTIONS_MAX);

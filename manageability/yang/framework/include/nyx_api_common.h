@@ -22,9 +22,9 @@
  *  - The out pointer is set to null before anything else is looked at. When it is null itself, 400 is returned and
  *    nothing is written.
  *  - dmax and slen are refused with 401 when they are 0 and with 403 when they exceed 2^63-1.
- *  - dmax and slen bound the characters that are searched. A text may be exactly that long: the character behind them
- * is looked at as well, to see whether it is the terminator, when the search comes that far. A text that goes on there
- *    is unterminated, 407.
+ *  - dmax and slen bound the characters that are searched. A text may be exactly that long: when the search comes
+ *    that far, the character behind them is looked at as well, to see whether it is the terminator. A text that goes
+ *    on there is unterminated, 407.
  *  - Characters are compared as unsigned bytes.
  *  - The searches never write to the texts, allocate nothing, log nothing, and keep no state: they can be called from
  *    any thread at any time.
@@ -68,8 +68,8 @@ errno_t strchar_s_tmp(const char *dest, rsize_t dmax, char character, const char
  * | dmax exceeds 2^63-1 | strlastchar_s: dmax exceeds max | 403 |
  * | dest goes on behind dmax characters | strlastchar_s: dest is unterminated | 407 |
  *
- * @param last  becomes the address of the occurrence in dest, null when there is none; with dest unterminated, it is
- * the last occurrence among the first dmax characters
+ * @param last  becomes the address of the occurrence in dest, null when there is none; with dest unterminated, that of
+ *              the last occurrence among the first dmax characters
  * @return 0, SAFE_STR_NOT_FOUND, or a result of the table
  */
 errno_t strrchar_s_tmp(const char *dest, rsize_t dmax, char character, const char **last);

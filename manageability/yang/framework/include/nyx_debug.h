@@ -127,12 +127,12 @@ int nyx_debug_save_agent_name(const char *name);
  *
  * @param ctx the context; null is an invalid argument
  * @param name name of the component, at most 127 characters; null or longer is an invalid argument. Not kept.
- * @param component NYX_COMPONENT_...; one without an entry in trace_table has no trace file to open, which counts as a
- *        trace file that could not be opened
+ * @param component NYX_COMPONENT_...; for one without a file in trace_table the trace library is asked for a file
+ *        without room, which the bundled one refuses
  * @param parent the parent, or null for a root
  * @return 0; NYX_RC_INVALID_ARGUMENT, nothing changed; NYX_RC_DEBUG_INIT when a flag or the trace file could not be set
- *         up; a code of the bounded copy. After a failure of a root the flags registered so far exist:
- * nyx_debug_cleanup destroys them.
+ *         up; a code of the bounded copy. After a failure of a root nyx_debug_cleanup destroys the flags that had
+ *         been registered before.
  */
 rcode nyx_debug_init(nyx_debug_ctx_t *ctx, const char *name, uint32_t component, nyx_debug_ctx_t *parent);
 

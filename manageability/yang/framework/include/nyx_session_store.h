@@ -20,7 +20,8 @@
  *
  * @par Ids
  * Ids are meant to be unlikely to meet, not to be secret: whoever has seen some of them may be able to compute others.
- * They are drawn from the process-wide generator of lrand48(), which nyx_session_store_init seeds with the time.
+ * They are drawn from the process-wide generator of lrand48(), which nyx_session_store_init seeds with the time in
+ * seconds: processes that initialise their stores within the same second draw the same ids.
  *
  * @par Threads
  * The store takes no lock. Serialise all calls on one API context.

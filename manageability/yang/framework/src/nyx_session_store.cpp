@@ -115,14 +115,15 @@ rcode nyx_session_store_cleanup(nyx_api_ctx *nyx_ctx) {
     const session_tree_node *refused = nullptr;
     while (session_tree_node *const node = tree_node(umbra_wavl_get_first(&nyx_ctx->session_tree, 0))) {
         release_owned(node->session);
-        node->session = nullptr;
         if (umbra_wavl_delete(&nyx_ctx->session_tree, &node->node) != nullptr) {
             umbra_named_free(node);
-        } else if (refused == node) {
-            break;  // a tree that does not give up its first node would keep us here forever
-        } else {
-            refused = node;
+            continue;
         }
+        if (refused == node) {
+            break;  // a tree that never gives up its first node would keep us here forever
+        }
+        node->session = nullptr;  // released, once
+        refused = node;
     }
     return umbra_wavl_tree_finish(&nyx_ctx->session_tree);
 }

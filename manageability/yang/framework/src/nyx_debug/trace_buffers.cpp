@@ -30,7 +30,8 @@ const nyx_trace_table_entry &table_entry(std::uint32_t component) {
     return trace_table[component < last ? component : last];
 }
 
-// "<agent name>-<file name>", the trace file's name.
+// "<agent name>-<file name>", the trace file's name. A component without a file gets a name that ends in the hyphen,
+// and no room: the trace library refuses it.
 struct trace_file_name {
     char text[sizeof agent_name + 32];
 
@@ -40,16 +41,9 @@ struct trace_file_name {
     }
 };
 
-std::int32_t open_trace_file(const char *name, const nyx_trace_table_entry &entry, std::uint64_t *handle) {
-    if (entry.file_name == nullptr) {
-        return NYX_RC_INVALID_ARGUMENT;
-    }
-    return skein_init2(name, 0, 0, entry.first_size, entry.second_size, 0, handle);
-}
-
-// The name of the component's trace file is already known: both entry points need it.
 rcode open_trace_buffer(nyx_debug_ctx_t *ctx, const char *name) {
-    const rcode rc = open_trace_file(name, table_entry(ctx->component), &ctx->trace_handle);
+    const nyx_trace_table_entry &entry = table_entry(ctx->component);
+    const rcode rc = skein_init2(name, 0, 0, entry.first_size, entry.second_size, 0, &ctx->trace_handle);
     if (rc != 0) {
         // No trace file could hold this, and it may be the first sign of life of a process: no line end is written,
         // because the line that goes on from it is the caller's.
