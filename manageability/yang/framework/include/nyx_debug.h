@@ -10,6 +10,17 @@
  *  - to the platform's debug log, when the context's level, or the level of the operation under way, allows it;
  *  - into the context's trace file whenever its trace_enabled is not 0, whatever the level.
  *
+ * The two read
+ *
+ * @verbatim
+ * ERR: NYX: ctx=0x5581,ses=(nil),op=13,Cannot find specified debug component: QT.
+ * #17: ERR: nyx_debug_logging_set_level:104 ctx=0x5581,ses=(nil),op=13,Cannot find specified debug component: QT.
+ * @endverbatim
+ *
+ * ERR, WRN, DBG or TRC is the type; ctx is the API context (or the debug context's snapshot, in lines of its
+ * initialisation), and in lines about a request ses is the session and op the operation. The trace line begins with its
+ * number within the process, the exported function and the line of the source, and is cut to 249 characters.
+ *
  * @code
  * nyx_api_ctx api = {0};                                  // zeroed: level NONE, no children, no trace file
  * nyx_debug_ctx_t me = {0};
