@@ -5,13 +5,12 @@ set -eu
 program=$(realpath "${1:?usage: demo.sh PROGRAM [SKEIN]}")
 skein=$(realpath "${2:-$(command -v skein || echo skein)}")
 
-# Trace files stay when the programs have ended: those of this demonstration go with it, unless somebody wants them.
-if [ -z "${SKEIN_DIR:-}" ]; then
-    SKEIN_DIR=$(mktemp -d)
-    export SKEIN_DIR
-    trap 'rm -rf "$SKEIN_DIR"' EXIT
-    trap 'exit 1' HUP INT TERM
-fi
+# Trace files stay when the programs have ended: those of this demonstration go with it. A directory of its own, so that
+# nobody's traces are cleared.
+SKEIN_DIR=$(mktemp -d)
+export SKEIN_DIR
+trap 'rm -rf "$SKEIN_DIR"' EXIT
+trap 'exit 1' HUP INT PIPE TERM
 cd "$(dirname "$0")/inputs"
 
 # Prints lines of comment.
@@ -81,8 +80,9 @@ say "Both processes log through the library. Levels are raised for everything, f
 run --log-operation edit-config=debug lock_candidate.xml interfaces.xml unlock_candidate.xml
 
 say "Whatever the levels are, every line goes into trace files in memory: one for each process and component, the" \
-    "newest lines in the place of the oldest. They are there after the processes have ended, also after this one," \
-    "which is killed at its third request:"
+    "newest lines in the place of the oldest. They are there after the processes have ended, also after a processor" \
+    "that is killed at its third request. Behind # is the number of the line: a process counts them over all its" \
+    "files. The agent's last line is about the request that got no answer."
 run --clear-traces --die 3 rfc6241_7_5_lock.xml interfaces.xml
 if [ ! -f "$skein" ]; then
     say "skein, which would show them now, is not here: give its path behind that of request_path."

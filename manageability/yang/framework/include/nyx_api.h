@@ -38,12 +38,12 @@ extern "C" {
  * Result codes that the library makes; 0 is success. Codes of platform calls are passed through as they are.
  * rcode_strerror has a text for each.
  */
-#define NYX_RC_DEBUG_CLEANUP ((rcode)0xAAF29E00u)    /**< a debug flag could not be destroyed */
-#define NYX_RC_INVALID_ARGUMENT ((rcode)0xAAF2A000u) /**< invalid argument */
-#define NYX_RC_DEBUG_INIT ((rcode)0xAAF2A200u)       /**< a debug flag or trace file could not be set up */
-#define NYX_RC_NO_MEMORY ((rcode)0xAAF2A400u)        /**< out of memory */
-#define NYX_RC_INVALID_REQUEST ((rcode)0xAAF2A600u)  /**< message id or session missing or unknown */
-#define NYX_RC_REQUEST_FAILED ((rcode)0xAAF2A800u)   /**< the back end's request failed */
+#define NYX_RC_DEBUG_CLEANUP (-1426940416)    /**< 0xAAF29E00: a debug flag could not be destroyed */
+#define NYX_RC_INVALID_ARGUMENT (-1426939904) /**< 0xAAF2A000: invalid argument */
+#define NYX_RC_DEBUG_INIT (-1426939392)       /**< 0xAAF2A200: a debug flag or trace file could not be set up */
+#define NYX_RC_NO_MEMORY (-1426938880)        /**< 0xAAF2A400: out of memory */
+#define NYX_RC_INVALID_REQUEST (-1426938368)  /**< 0xAAF2A600: message id or session missing or unknown */
+#define NYX_RC_REQUEST_FAILED (-1426937856)   /**< 0xAAF2A800: the back end's request failed */
 
 /**
  * The API context. Its owner zeroes it before its first use and keeps it in place while it is in use.

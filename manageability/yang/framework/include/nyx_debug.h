@@ -22,6 +22,8 @@
  * number within the process, the exported function and the line of the source, and is cut to 249 characters.
  *
  * @code
+ * #include <nyx_api.h>
+ *
  * nyx_api_ctx api = {0};                                  // zeroed: level NONE, no children, no trace file
  * nyx_debug_ctx_t me = {0};
  * nyx_debug_save_agent_name("agentx");
@@ -60,10 +62,10 @@ typedef struct nyx_api_ctx nyx_api_ctx;
 
 /** The type of a log line; other values are never allowed by a level. */
 typedef uint32_t nyx_debug_log_type;
-#define NYX_DEBUG_LOG_TYPE_ERROR ((nyx_debug_log_type)0)   /**< "ERR", through error_flag */
-#define NYX_DEBUG_LOG_TYPE_WARNING ((nyx_debug_log_type)1) /**< "WRN", through error_flag */
-#define NYX_DEBUG_LOG_TYPE_DEBUG ((nyx_debug_log_type)2)   /**< "DBG", through debug_flag */
-#define NYX_DEBUG_LOG_TYPE_TRACE ((nyx_debug_log_type)3)   /**< "TRC", through trace_flag */
+#define NYX_DEBUG_LOG_TYPE_ERROR UINT32_C(0)   /**< "ERR", through error_flag */
+#define NYX_DEBUG_LOG_TYPE_WARNING UINT32_C(1) /**< "WRN", through error_flag */
+#define NYX_DEBUG_LOG_TYPE_DEBUG UINT32_C(2)   /**< "DBG", through debug_flag */
+#define NYX_DEBUG_LOG_TYPE_TRACE UINT32_C(3)   /**< "TRC", through trace_flag */
 
 /** Component numbers. */
 enum {
@@ -118,7 +120,8 @@ extern const nyx_trace_table_entry trace_table[12];
 /**
  * Stores the agent's name in agent_name (nyx_api.h), after which trace files are named: call it before the first
  * nyx_debug_init.
- * @param name asserted; cut to 19 characters. As a part of file names it should hold no "/".
+ * @param name asserted; cut to 19 characters. As a part of file names it should hold no "/". While it was never set,
+ *        trace files are called "-nyx/processor.trace" and the like.
  * @return the length of @p name before the cut
  */
 int nyx_debug_save_agent_name(const char *name);
@@ -127,17 +130,19 @@ int nyx_debug_save_agent_name(const char *name);
  * Initialises a debug context.
  *
  * A root (null @p parent) registers and enables the platform flags @p name, and below it "error", "debug" and "trace",
- * and opens the trace file of @p component between the second and the third. A child takes its parent's flags, holds
- * one reference on it, opens its own trace file and is listed among its parent's children; a 17th child works, but
- * cannot be found by nyx_debug_get_component_ctx. A child whose trace file cannot be opened is initialised all the
- * same.
+ * and opens the trace file of @p component before "debug" and "trace": when that fails, these two are missing, and
+ * errors and warnings alone can be logged. A child takes its parent's flags, holds one reference on it, opens its own
+ * trace file and is listed among its parent's children; a 17th child works, but cannot be found by
+ * nyx_debug_get_component_ctx. A child whose trace file cannot be opened is initialised all the
+ * same, and has to be cleaned up; the failure is returned.
  *
  * Level, operation levels, children and trace state keep what the caller put there: zero the context first. The lines
  * of the initialisation itself are logged at DBG (failures at ERR, the missing place for a 17th child at WRN) through a
  * snapshot, whose address they print: a child's land in the parent's trace file, under the parent's level.
  *
  * @param ctx the context; null is an invalid argument
- * @param name name of the component, at most 127 characters; null or longer is an invalid argument. Not kept.
+ * @param name name of the component, at most 127 characters; null or longer is an invalid argument. Not kept. An empty
+ *        one is no name for a flag of the bundled platform: NYX_RC_DEBUG_INIT.
  * @param component NYX_COMPONENT_...; for one without a file in trace_table the trace library is asked for a file
  *        without room, which the bundled one refuses
  * @param parent the parent, or null for a root
