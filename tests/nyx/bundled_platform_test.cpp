@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -40,6 +41,10 @@ unsigned long index_of(const std::string &line) {
 }
 
 class BundledPlatform : public testing::Test {
+  public:
+    BundledPlatform(const BundledPlatform &) = delete;
+    BundledPlatform &operator=(const BundledPlatform &) = delete;
+
   protected:
     BundledPlatform() {
         umbra_dt_log_to_stream(-1);
@@ -53,8 +58,6 @@ class BundledPlatform : public testing::Test {
         umbra_dt_log_to_stream(STDERR_FILENO);
         std::filesystem::remove_all(directory_);
     }
-    BundledPlatform(const BundledPlatform &) = delete;
-    BundledPlatform &operator=(const BundledPlatform &) = delete;
 
     static void remember(const char *line, uint64_t length, void *self) {
         static_cast<BundledPlatform *>(self)->log_.emplace_back(line, length);
@@ -162,7 +165,10 @@ TEST_F(BundledContexts, ClearingEmptiesTheFilesAndGoesOn) {
     ASSERT_EQ(nyx_debug_init(&child, "qt", NYX_COMPONENT_QT, &api_.debug), 0);
     trace_sessions(5);
     ASSERT_FALSE(entries_of(processor_trace).empty());
+    const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(nyx_clear_trace(&api_), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100))
+        << "whoever is writing a line is given time";
     EXPECT_TRUE(entries_of(processor_trace).empty());
     EXPECT_TRUE(entries_of("agentx-nyx/qt.trace").empty());
     EXPECT_EQ(api_.debug.trace_enabled, 1U);
@@ -195,6 +201,15 @@ TEST_F(BundledPlatform, ATraceDirectoryThatCannotBeMadeIsReported) {
     EXPECT_EQ(message.back(), ')');
     EXPECT_EQ(api_.debug.trace_enabled, 0U);
     EXPECT_EQ(nyx_debug_cleanup(&api_.debug), 0) << "the flags that were registered are destroyed";
+}
+
+TEST_F(BundledPlatform, AnEmptyNameIsNoNameForAFlag) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(nyx_debug_init(&api_.debug, "", NYX_COMPONENT_NYX, nullptr), NYX_RC_DEBUG_INIT);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(api_.debug.component_flag, 0U);
+    EXPECT_EQ(api_.debug.trace_enabled, 0U);
+    EXPECT_FALSE(std::filesystem::exists(directory_ + "/" + processor_trace)) << "no flag, no trace file";
 }
 
 TEST_F(BundledPlatform, AComponentWithoutATraceFileIsReported) {

@@ -16,6 +16,7 @@
 namespace {
 
 using nyx_test::assertion_regex;
+using nyx_test::bytes_of;
 using nyx_test::call;
 using nyx_test::called;
 using nyx_test::calls_of;
@@ -73,8 +74,26 @@ class DebugContext : public nyx_test::frame_test {
         expect_traced(line, init_site(type, snapshot_of(line.text, source), name, message), index, handle);
     }
 
-    rcode init(nyx_debug_ctx_t &ctx, std::uint32_t component, nyx_debug_ctx_t *parent, const char *name = "a child") {
+    static rcode init(nyx_debug_ctx_t &ctx, std::uint32_t component, nyx_debug_ctx_t *parent,
+                      const char *name = "a child") {
         return nyx_debug_init(&ctx, name, component, parent);
+    }
+
+    // Gives each level of the context a number of its own.
+    static void number_levels(nyx_debug_ctx_t &ctx, std::uint32_t first) {
+        ctx.level = first;
+        ctx.op_level_max = first + 1;
+        for (std::uint32_t slot = 0; slot < NYX_DEBUG_OP_COUNT; ++slot) {
+            ctx.op_levels[slot] = first + 2 + slot;
+        }
+    }
+
+    static void expect_levels(const nyx_debug_ctx_t &ctx, std::uint32_t first) {
+        EXPECT_EQ(ctx.level, first);
+        EXPECT_EQ(ctx.op_level_max, first + 1);
+        for (std::uint32_t slot = 0; slot < NYX_DEBUG_OP_COUNT; ++slot) {
+            EXPECT_EQ(ctx.op_levels[slot], first + 2 + slot);
+        }
     }
 
     // A root with as many children, all of the given component.
@@ -102,7 +121,7 @@ using DebugCleanupDeathTest = DebugContext;
 
 class DebugInitRefuses : public DebugContext {
   protected:
-    void expect_refused(nyx_debug_ctx_t *ctx, const char *name) {
+    static void expect_refused(nyx_debug_ctx_t *ctx, const char *name) {
         EXPECT_EQ(nyx_debug_init(ctx, name, NYX_COMPONENT_ME, nullptr), invalid_argument);
         EXPECT_THAT(flag_and_trace_calls(), IsEmpty());
         EXPECT_THAT(recorder().log_lines(), IsEmpty());
@@ -110,13 +129,11 @@ class DebugInitRefuses : public DebugContext {
     }
 
     // As `expect_refused`, and the context keeps its every byte.
-    void expect_refused_untouched(const char *name) {
+    static void expect_refused_untouched(const char *name) {
         nyx_debug_ctx_t ctx;
-        nyx_debug_ctx_t before;
         std::memset(&ctx, 0x5A, sizeof ctx);
-        std::memset(&before, 0x5A, sizeof before);
         expect_refused(&ctx, name);
-        EXPECT_EQ(std::memcmp(&ctx, &before, sizeof ctx), 0);
+        EXPECT_EQ(bytes_of(ctx), std::string(sizeof ctx, 0x5A));
     }
 };
 
@@ -148,8 +165,8 @@ TEST_F(DebugInitRefuses, BadNameOfAChild) {
 TEST_F(DebugInit, MeasuresTheNameWithTheBoundedFunction) {
     const char name[] = "processor";
     ASSERT_EQ(nyx_debug_init(&root(), name, NYX_COMPONENT_NYX, nullptr), 0);
-    ASSERT_THAT(recorder().calls("strnlen_s"), SizeIs(1));
-    EXPECT_EQ(recorder().calls("strnlen_s")[0].arguments[0].bits, reinterpret_cast<std::uintptr_t>(name));
+    // The bound is one more than the longest name has.
+    EXPECT_EQ(recorder().calls("strnlen_s"), calls_of(called("strnlen_s", &name[0], 128)));
 }
 
 TEST_F(DebugInit, AcceptsANameOf127Characters) {
@@ -161,6 +178,35 @@ TEST_F(DebugInit, AcceptsANameOf127Characters) {
 
 TEST_F(DebugInit, AcceptsAnEmptyName) {
     EXPECT_EQ(nyx_debug_init(&root(), "", NYX_COMPONENT_NYX, nullptr), 0);
+}
+
+TEST_F(DebugInit, KeepsTheChildrenThatTheCallerPutThere) {
+    init_root();
+    nyx_debug_ctx_t listed{};
+    for (nyx_debug_ctx_t *const ctx : {&root(), &child_}) {
+        ctx->child_count = 2;
+        ctx->children[0] = ctx->children[1] = ctx->children[15] = &listed;
+    }
+    EXPECT_EQ(init(child_, NYX_COMPONENT_ME, &root()), 0);
+    EXPECT_EQ(init(root(), NYX_COMPONENT_NYX, nullptr), 0);
+    EXPECT_EQ(child_.child_count, 2U);
+    EXPECT_EQ(root().child_count, 3U);
+    EXPECT_EQ(root().children[2], &child_);
+    for (const nyx_debug_ctx_t *const ctx : {&root(), &child_}) {
+        EXPECT_EQ(ctx->children[0], &listed);
+        EXPECT_EQ(ctx->children[1], &listed);
+        EXPECT_EQ(ctx->children[15], &listed);
+    }
+}
+
+TEST_F(DebugInit, StoresAnyComponent) {
+    init_root();
+    for (const std::uint32_t component : {0U, 1U, 11U, 12U, 77U, 0xFFFFFFFFU}) {
+        EXPECT_EQ(init(child_, component, &root()), 0);
+        EXPECT_EQ(child_.component, component);
+        EXPECT_EQ(init(root(), component, nullptr), 0);
+        EXPECT_EQ(root().component, component);
+    }
 }
 
 // The root
@@ -198,17 +244,9 @@ TEST_F(DebugInitRoot, ForgetsParentAndReferencesOfBefore) {
 }
 
 TEST_F(DebugInitRoot, KeepsTheLevels) {
-    root().level = 1;
-    root().op_level_max = 77;
-    for (std::uint32_t slot = 0; slot < 23; ++slot) {
-        root().op_levels[slot] = slot + 100;
-    }
+    number_levels(root(), 100);
     EXPECT_EQ(init(root(), NYX_COMPONENT_NYX, nullptr), 0);
-    EXPECT_EQ(root().level, 1U);
-    EXPECT_EQ(root().op_level_max, 77U);
-    for (std::uint32_t slot = 0; slot < 23; ++slot) {
-        EXPECT_EQ(root().op_levels[slot], slot + 100);
-    }
+    expect_levels(root(), 100);
 }
 
 TEST_F(DebugInitRoot, OfAZeroedContextTracesOnceTheFileIsOpen) {
@@ -295,6 +333,15 @@ TEST_F(DebugInitRootFails, AtTheComponentFlag) {
     EXPECT_THAT(flag_and_trace_calls(), SizeIs(1));
     EXPECT_THAT(recorder().log_lines(), IsEmpty());
     EXPECT_THAT(recorder().trace_lines(), IsEmpty());
+}
+
+TEST_F(DebugInitRootFails, AtTheComponentFlagAndLeavesTracingAlone) {
+    root().trace_handle = 55;
+    root().trace_enabled = 1;
+    recorder().fail("umbra_dt_flag_init", 1, 17);
+    EXPECT_EQ(init(root(), NYX_COMPONENT_ME, nullptr), not_set_up);
+    EXPECT_EQ(root().trace_handle, 55U);
+    EXPECT_EQ(root().trace_enabled, 1U);
 }
 
 TEST_F(DebugInitRootFails, AtTheErrorFlag) {
@@ -421,6 +468,15 @@ TEST_F(DebugInitChild, TakesEachFlagFromItsPlaceInTheParent) {
     EXPECT_EQ(child_.debug_flag, 2U);
     EXPECT_EQ(child_.error_flag, 3U);
     EXPECT_EQ(child_.trace_flag, 4U);
+}
+
+TEST_F(DebugInitChild, KeepsItsLevels) {
+    init_root();
+    number_levels(root(), 100);
+    number_levels(child_, 200);
+    EXPECT_EQ(init(child_, NYX_COMPONENT_QT, &root()), 0);
+    expect_levels(child_, 200);
+    expect_levels(root(), 100);
 }
 
 TEST_F(DebugInitChild, TracesIntoTheParentsFile) {
@@ -694,6 +750,16 @@ TEST_F(DebugCleanup, OfTheLastChildEndsARootThatWasCleanedUpBefore) {
     EXPECT_EQ(root().ref_count, 0);
 }
 
+TEST_F(DebugCleanup, UnlinksAChildBeforeItGoesUp) {
+    init_root();
+    ASSERT_EQ(init(child_, NYX_COMPONENT_ME, &root()), 0);
+    EXPECT_EQ(nyx_debug_cleanup(&root()), 0);
+    std::uint64_t children_at_destroy = 17;
+    recorder().when_called("umbra_dt_flag_destroy", [&] { children_at_destroy = root().child_count; });
+    EXPECT_EQ(nyx_debug_cleanup(&child_), 0);
+    EXPECT_EQ(children_at_destroy, 0U);
+}
+
 TEST_F(DebugCleanup, OfAChildReportsAFlagThatStays) {
     init_root();
     ASSERT_EQ(init(child_, NYX_COMPONENT_ME, &root()), 0);
@@ -748,6 +814,18 @@ TEST_F(DebugCleanup, TwiceOfAChildUnlinksItOnce) {
     EXPECT_EQ(root().child_count, 1U);
     EXPECT_EQ(root().children[0], children_[1].get());
     EXPECT_EQ(root().ref_count, 1);
+    EXPECT_THAT(recorder().calls(), IsEmpty());
+}
+
+// A count below zero is none: it must not pass for four thousand million references.
+TEST_F(DebugCleanup, OfAChildDropsAReferenceOfItsParentEachTime) {
+    init_children(4, NYX_COMPONENT_ME);
+    for (const std::int32_t left : {4, 3, 2, 1}) {
+        EXPECT_EQ(nyx_debug_cleanup(children_[0].get()), 0);
+        EXPECT_EQ(children_[0]->ref_count, left - 4);
+        EXPECT_EQ(root().ref_count, left);
+        EXPECT_EQ(root().child_count, 3U);
+    }
     EXPECT_THAT(recorder().calls(), IsEmpty());
 }
 

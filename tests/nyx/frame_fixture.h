@@ -22,6 +22,12 @@ inline std::string text_of_pointer(const void *pointer) {
     return text;
 }
 
+// The bytes of an object, padding included.
+template <class Object>
+std::string bytes_of(const Object &object) {
+    return {reinterpret_cast<const char *>(&object), sizeof object};
+}
+
 // What a site writes: its two lines differ in their heads only.
 struct site {
     std::string type;      // such as "ERR"

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -14,6 +13,7 @@
 namespace {
 
 using nyx_test::assertion_regex;
+using nyx_test::bytes_of;
 using nyx_test::debug_flag;
 using nyx_test::error_flag;
 using nyx_test::expect_logged;
@@ -316,9 +316,9 @@ TEST_F(SetLevel, OfTheComponentLeavesTheHighestAlone) {
 
 TEST_F(SetLevel, OfAnOperationThatDoesNotExistChangesNothing) {
     for (const std::uint32_t op : {23U, 0xFFFFFFFFU}) {
-        const nyx_debug_ctx_t before = root();
+        const std::string before = bytes_of(root());
         EXPECT_EQ(nyx_debug_logging_set_level(&api_, NYX_COMPONENT_NYX, 1, op, 4, 1), 0);
-        EXPECT_EQ(std::memcmp(&before, &root(), sizeof before), 0);
+        EXPECT_EQ(bytes_of(root()), before);
         EXPECT_THAT(recorder().calls(), IsEmpty());
     }
 }
@@ -420,6 +420,23 @@ TEST_F(SetLevel, OfAllSkipsComponentsWithoutAContext) {
     EXPECT_EQ(me_.op_levels[10], 1U);
     EXPECT_EQ(me_.op_level_max, 1U);
     EXPECT_EQ(me_.level, 0U);
+}
+
+TEST_F(SetLevel, OfAllLeavesOtherNumbersAlone) {
+    nyx_debug_ctx_t others[5]{};
+    const std::uint32_t components[5] = {NYX_COMPONENT_NONE, NYX_COMPONENT_ALL, 11, 12, 0xFFFFFFFF};
+    for (std::size_t i = 0; i < 5; ++i) {
+        add(others[i], components[i]);
+    }
+    const std::uint32_t index = next_trace_index();
+    EXPECT_EQ(nyx_debug_logging_set_level(&api_, NYX_COMPONENT_ALL, 0, 0, 4, 1), 0);
+    EXPECT_EQ(nyx_debug_logging_set_level(&api_, NYX_COMPONENT_ALL, 1, 0, 4, 1), 0);
+    expect_announced({"TRACE for NYX general", "TRACE for NYX get-config operation"}, index);
+    for (const nyx_debug_ctx_t &other : others) {
+        EXPECT_EQ(other.level, 0U) << other.component;
+        EXPECT_EQ(other.op_levels[0], 0U) << other.component;
+        EXPECT_EQ(other.op_level_max, 0U) << other.component;
+    }
 }
 
 TEST_F(SetLevel, OfAllIsFineWithoutAnyComponent) {

@@ -87,6 +87,21 @@ TEST_F(LogLine, IsLoggedBeforeItIsTraced) {
     EXPECT_THAT(recorder().functions(), ElementsAre("_umbra_dt_log_filter_adv", "_skein_str"));
 }
 
+// The platform may take its time with the first line.
+TEST_F(LogLine, IsTracedWhenTracingIsOnOnceItIsLogged) {
+    init_root();
+    for (const std::uint32_t enabled : {1U, 0U}) {
+        recorder().forget();
+        set_output(QUILL_NYX_LOGGING_LEVEL_ERROR, 1 - enabled);
+        recorder().when_called("_umbra_dt_log_filter_adv", [&] { root().trace_enabled = enabled; });
+        const std::uint32_t index = next_trace_index();
+        log_error();
+        EXPECT_THAT(recorder().log_lines(), SizeIs(1));
+        ASSERT_THAT(recorder().trace_lines(), SizeIs(enabled));
+        EXPECT_EQ(ret_nc_nyx_trace_index_incr(), index + enabled);
+    }
+}
+
 TEST_F(LogLine, GoesIntoTheHandleThatTheContextHas) {
     init_root();
     root().trace_handle = 0;

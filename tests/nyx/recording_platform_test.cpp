@@ -190,6 +190,20 @@ TEST_F(RecordingPlatform, ActsWhenAFunctionIsCalled) {
     EXPECT_EQ(calls_so_far.size(), 2U);
 }
 
+TEST_F(RecordingPlatform, ActsAndFailsAtLogLinesToo) {
+    std::uint32_t filter = 0;
+    const auto log = [&filter](const char *text) { _umbra_dt_log_filter_adv(0, 0, 0, 0, 0, 0, &filter, "%s", text); };
+    std::vector<std::size_t> lines_so_far;
+    recorder().when_called("_umbra_dt_log_filter_adv", [&] { lines_so_far.push_back(recorder().log_lines().size()); });
+    recorder().fail("_umbra_dt_log_filter_adv", 2);
+    log("first");
+    log("second");
+    log("third");
+    EXPECT_THAT(lines_so_far, ElementsAre(0, 1, 1));
+    EXPECT_THAT(recorder().log_texts(), ElementsAre("first", "third"));
+    EXPECT_EQ(recorder().calls("_umbra_dt_log_filter_adv").size(), 3U);
+}
+
 TEST_F(RecordingPlatform, FailingCallOfABundledFunctionDoesNothing) {
     char text[4] = "abc";
     recorder().fail("memset_s", 1, 17);

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <deque>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,12 +24,14 @@
 
 namespace {
 
-// What the program's own time(), srand48() and lrand48() do: the library calls them in place of the C library's.
+// What the program's own time(), srand48(), lrand48() and nanosleep() do: the library calls them in place of the C
+// library's.
 struct fake_c_library {
     std::optional<std::time_t> now;  // what time() tells; none: the real time
     std::deque<long> draws;          // what lrand48() returns before it draws
     std::vector<long> seeds;         // what srand48() was given
     std::size_t draw_count = 0;
+    std::size_t pauses = 0;  // calls of nanosleep(), which does not sleep
 };
 
 fake_c_library &c_library() {
@@ -43,19 +46,19 @@ Function *original(const char *name) {
 
 }  // namespace
 
-extern "C" std::time_t time(std::time_t *stored) noexcept {
+extern "C" std::time_t time(std::time_t *timer) noexcept {
     timespec real{};
     clock_gettime(CLOCK_REALTIME, &real);
     const std::time_t now = c_library().now.value_or(real.tv_sec);
-    if (stored != nullptr) {
-        *stored = now;
+    if (timer != nullptr) {
+        *timer = now;
     }
     return now;
 }
 
-extern "C" void srand48(long seed) noexcept {
-    c_library().seeds.push_back(seed);
-    original<void(long)>("srand48")(seed);
+extern "C" void srand48(long seedval) noexcept {
+    c_library().seeds.push_back(seedval);
+    original<void(long)>("srand48")(seedval);
 }
 
 extern "C" long lrand48() noexcept {
@@ -68,9 +71,15 @@ extern "C" long lrand48() noexcept {
     return original<long()>("lrand48")();
 }
 
+extern "C" int nanosleep(const timespec * /*requested_time*/, timespec * /*remaining*/) {
+    ++c_library().pauses;
+    return 0;
+}
+
 namespace {
 
 using nyx_test::assertion_regex;
+using nyx_test::bytes_of;
 using nyx_test::call;
 using nyx_test::called;
 using nyx_test::calls_of;
@@ -86,6 +95,7 @@ using nyx_test::text_of_pointer;
 using nyx_test::trace_flag;
 using nyx_test::trace_handle;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -116,6 +126,18 @@ class shift_128 {
     std::array<std::uint32_t, 4> words_;
 };
 
+// The session that a node of the store holds, behind its links.
+const nyx_session_ctx *held_by(const umbra_wavl_node *node) {
+    const nyx_session_ctx *session = nullptr;
+    std::memcpy(&session, reinterpret_cast<const std::byte *>(node) + sizeof *node, sizeof(void *));
+    return session;
+}
+
+// The node that was inserted or deleted.
+const umbra_wavl_node *node_of(const call &change) {
+    return reinterpret_cast<const umbra_wavl_node *>(change.arguments.at(1).bits);
+}
+
 class SessionStore : public nyx_test::frame_test {
   protected:
     void SetUp() override {
@@ -135,7 +157,7 @@ class SessionStore : public nyx_test::frame_test {
     }
 
     // The next candidates will be these.
-    void draw(nyx_api_ctx &api, const std::vector<std::uint32_t> &candidates) {
+    static void draw(nyx_api_ctx &api, const std::vector<std::uint32_t> &candidates) {
         shift_128 generator(api.session_id_state);
         for (const std::uint32_t candidate : candidates) {
             c_library().draws.push_back(static_cast<long>(candidate ^ generator.next()));
@@ -160,7 +182,7 @@ class SessionStore : public nyx_test::frame_test {
     }
 
     // The lines that the function has written, in both forms, the first under the given number.
-    void expect_lines(const std::vector<site> &sites, std::uint32_t index) {
+    static void expect_lines(const std::vector<site> &sites, std::uint32_t index) {
         ASSERT_THAT(recorder().log_lines(), SizeIs(sites.size()));
         ASSERT_THAT(recorder().trace_lines(), SizeIs(sites.size()));
         for (std::size_t i = 0; i < sites.size(); ++i) {
@@ -181,6 +203,12 @@ class SessionStore : public nyx_test::frame_test {
                 functions.push_back(function);
             }
         }
+        return functions;
+    }
+
+    static std::vector<std::string> last_functions(std::size_t count) {
+        std::vector<std::string> functions = recorder().functions();
+        functions.erase(functions.begin(), functions.end() - static_cast<std::ptrdiff_t>(count));
         return functions;
     }
 
@@ -240,8 +268,7 @@ TEST_F(SessionStoreInit, ClearsAndInitialisesTheTree) {
 
 TEST_F(SessionStoreInit, ReportsMemoryThatIsNotCleared) {
     log_everything();
-    umbra_wavl_tree before;
-    std::memcpy(&before, &api_.session_tree, sizeof before);
+    const std::string before = bytes_of(api_.session_tree);
     recorder().fail("memset_s", 1, 406);
     c_library().draws = {11, 12, 13, 14};
     c_library().seeds.clear();
@@ -253,7 +280,7 @@ TEST_F(SessionStoreInit, ReportsMemoryThatIsNotCleared) {
                        "mem init failure: " + nyx_test::text_of_code(406))},
                  index);
     EXPECT_THAT(recorder().calls("umbra_wavl_tree_init"), IsEmpty());
-    EXPECT_EQ(std::memcmp(&before, &api_.session_tree, sizeof before), 0);
+    EXPECT_EQ(bytes_of(api_.session_tree), before);
 }
 
 TEST_F(SessionStoreInit, FailureIsSilentWhenNobodyListens) {
@@ -261,6 +288,18 @@ TEST_F(SessionStoreInit, FailureIsSilentWhenNobodyListens) {
     recorder().fail("memset_s", 1, 406);
     EXPECT_EQ(nyx_session_store_init(&api_), 406);
     EXPECT_THAT(recorder().functions(), ElementsAre("memset_s"));
+}
+
+TEST_F(SessionStoreInit, AndCleanupLeaveTheRestOfTheContextAlone) {
+    nyx_api_ctx api;
+    std::memset(&api, 0x5A, sizeof api);
+    const std::string before = bytes_of(api.debug);
+    EXPECT_EQ(nyx_session_store_init(&api), 0);
+    EXPECT_EQ(bytes_of(api.debug), before);
+    const std::vector<std::uint32_t> state(std::begin(api.session_id_state), std::end(api.session_id_state));
+    EXPECT_EQ(nyx_session_store_cleanup(&api), 0);
+    EXPECT_EQ(bytes_of(api.debug), before);
+    EXPECT_THAT(api.session_id_state, ElementsAreArray(state));
 }
 
 TEST_F(SessionStoreInit, PassesTheTreesCodeOn) {
@@ -323,11 +362,7 @@ TEST_F(SessionCreate, CallsThePlatformInOrder) {
     EXPECT_EQ(inserts[0].arguments[0], nyx_test::value_of(&api_.session_tree));
     EXPECT_EQ(inserts[0].arguments[1], inits[1].arguments[0]);
     EXPECT_EQ(inserts[0].arguments[1].bits, recorder().calls("umbra_named_malloc_")[0].result.bits);
-    // The node holds the session behind its links.
-    const auto *const node = reinterpret_cast<const std::byte *>(inserts[0].arguments[1].bits);
-    nyx_session_ctx *held = nullptr;
-    std::memcpy(&held, node + sizeof(umbra_wavl_node), sizeof held);
-    EXPECT_EQ(held, session);
+    EXPECT_EQ(held_by(node_of(inserts[0])), session);
 }
 
 TEST_F(SessionCreate, TellsTheAssignedId) {
@@ -382,6 +417,7 @@ TEST_F(SessionCreate, GivesUpAfterFifteenCandidates) {
     const std::uint32_t index = next_trace_index();
     EXPECT_EQ(nyx_session_create(&api_), nullptr);
     EXPECT_EQ(c_library().draw_count, 15U);
+    EXPECT_EQ(c_library().pauses, 0U) << "between candidates";
     const char *const format = "generated sesssion-id=%d is invalid, generating new";
     std::vector<site> expected(15,
                                line("TRC", create_name, format, "generated sesssion-id=5 is invalid, generating new"));
@@ -394,15 +430,20 @@ TEST_F(SessionCreate, GivesUpAfterFifteenCandidates) {
     EXPECT_THAT(recorder().live_blocks(), ElementsAre(session_text, node_text));
 }
 
-TEST_F(SessionCreate, GivesTheRecordBackBeforeItTellsOfTheFailure) {
+// Whoever gets the line may ask for memory, or end the process.
+TEST_F(SessionCreate, GivesEverythingBackBeforeItTellsOfTheFailure) {
     log_everything();
     root().trace_enabled = 0;
     draw(std::vector<std::uint32_t>(15, 0));
     EXPECT_EQ(nyx_session_create(&api_), nullptr);
-    const std::vector<std::string> functions = recorder().functions();
-    ASSERT_GE(functions.size(), 2U);
-    EXPECT_EQ(functions[functions.size() - 2], "umbra_named_free");
-    EXPECT_EQ(functions.back(), "_umbra_dt_log_filter_adv");
+    EXPECT_THAT(last_functions(2), ElementsAre("umbra_named_free", "_umbra_dt_log_filter_adv"));
+    recorder().fail_allocation(2);
+    EXPECT_EQ(nyx_session_create(&api_), nullptr);
+    EXPECT_THAT(last_functions(3), ElementsAre("umbra_named_malloc_", "umbra_named_free", "_umbra_dt_log_filter_adv"));
+    recorder().fail("umbra_wavl_insert");
+    EXPECT_EQ(nyx_session_create(&api_), nullptr);
+    EXPECT_THAT(last_functions(4),
+                ElementsAre("umbra_wavl_insert", "umbra_named_free", "umbra_named_free", "_umbra_dt_log_filter_adv"));
 }
 
 TEST_F(SessionCreate, FailsWithoutMemoryForTheSession) {
@@ -504,20 +545,12 @@ TEST_F(SessionIds, MayComeBackAfterTheirSessionIsGone) {
     EXPECT_EQ(nyx_session_find(&api_, 9), again);
 }
 
-// The session that the tree has first.
-const nyx_session_ctx *first_of(nyx_api_ctx &api) {
-    const auto *const node = reinterpret_cast<const std::byte *>(umbra_wavl_get_first(&api.session_tree, 0));
-    const nyx_session_ctx *session = nullptr;
-    std::memcpy(&session, node + sizeof(umbra_wavl_node), sizeof session);
-    return session;
-}
-
 TEST_F(SessionIds, AreOrderedAsUnsignedNumbers) {
     for (const std::uint32_t id : {0x80000000U, 0x7FFFFFFFU, 0xFFFFFFFFU, 1U, 0x80000001U}) {
         create(id);
     }
     for (const std::uint32_t id : {1U, 0x7FFFFFFFU, 0x80000000U, 0x80000001U, 0xFFFFFFFFU}) {
-        EXPECT_EQ(first_of(api_)->session_id, id);
+        EXPECT_EQ(held_by(umbra_wavl_get_first(&api_.session_tree, 0))->session_id, id);
         nyx_session_destroy(&api_, nyx_session_find(&api_, id));
     }
 }
@@ -611,7 +644,8 @@ TEST_F(SessionDestroy, OfAStrangerLeavesItsBuffersAlone) {
                        "session-id=-1 not found, cannot be destroyed")},
                  index);
     EXPECT_EQ(recorder().calls("umbra_named_free"), calls_of(called("umbra_named_free", stray)));
-    EXPECT_THAT(recorder().calls("umbra_wavl_delete"), IsEmpty());
+    EXPECT_THAT(recorder().functions(), ElementsAre("umbra_wavl_init", "umbra_wavl_search", "_umbra_dt_log_filter_adv",
+                                                    "_skein_str", "umbra_named_free"));
     EXPECT_THAT(recorder().live_blocks(), ElementsAre(session_text, node_text, "a", "b"));
     umbra_named_free(a);
     umbra_named_free(b);
@@ -722,6 +756,31 @@ TEST_F(SessionStoreCleanup, ReleasesNoSessionTwiceWhenANodeStaysOnce) {
     EXPECT_THAT(recorder().calls("umbra_wavl_delete"), SizeIs(2));
     EXPECT_EQ(recorder().calls("umbra_named_free").at(0), called("umbra_named_free", session));
     EXPECT_THAT(recorder().calls("umbra_named_free"), SizeIs(2));
+    EXPECT_THAT(recorder().live_blocks(), IsEmpty());
+    ASSERT_EQ(nyx_session_store_init(&api_), 0);
+}
+
+// A tree that looks at its nodes' sessions while it gives a node up must find their addresses.
+TEST_F(SessionStoreCleanup, LeavesTheNodeAsItIsWhileTheTreeGivesItUp) {
+    const nyx_session_ctx *const second = create(2);
+    const nyx_session_ctx *const first = create(1);
+    std::vector<const nyx_session_ctx *> held;
+    recorder().when_called("umbra_wavl_delete", [&] { held.push_back(held_by(node_of(recorder().calls().back()))); });
+    EXPECT_EQ(nyx_session_store_cleanup(&api_), 0);
+    EXPECT_THAT(held, ElementsAre(first, second));
+    ASSERT_EQ(nyx_session_store_init(&api_), 0);
+}
+
+TEST_F(SessionStoreCleanup, GoesOnWhenSeveralNodesStayOnce) {
+    for (const std::uint32_t id : {1U, 2U, 3U}) {
+        create(id);
+    }
+    recorder().forget();
+    recorder().fail("umbra_wavl_delete", 1);
+    recorder().fail("umbra_wavl_delete", 4);
+    EXPECT_EQ(nyx_session_store_cleanup(&api_), 0);
+    EXPECT_THAT(recorder().calls("umbra_wavl_delete"), SizeIs(5));
+    EXPECT_THAT(recorder().calls("umbra_named_free"), SizeIs(6));
     EXPECT_THAT(recorder().live_blocks(), IsEmpty());
     ASSERT_EQ(nyx_session_store_init(&api_), 0);
 }

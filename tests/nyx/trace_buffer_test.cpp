@@ -3,14 +3,50 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <chrono>
+#include <cerrno>
 #include <cstdint>
+#include <ctime>
+#include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "frame_fixture.h"
 #include "nyx_api.h"
 #include "nyx_debug.h"
+
+namespace {
+
+// What the program's own nanosleep() does, which never sleeps: the library calls it in place of the C library's.
+struct fake_sleep {
+    std::vector<std::array<std::int64_t, 2>> asked;         // seconds and nanoseconds
+    std::deque<std::array<std::int64_t, 2>> interruptions;  // what remains of the next ones
+    std::function<void()> meanwhile;
+};
+
+fake_sleep &sleep_of_library() {
+    static fake_sleep sleep;
+    return sleep;
+}
+
+}  // namespace
+
+extern "C" int nanosleep(const timespec *requested_time, timespec *remaining) {
+    fake_sleep &sleep = sleep_of_library();
+    sleep.asked.push_back({requested_time->tv_sec, requested_time->tv_nsec});
+    if (sleep.meanwhile) {
+        sleep.meanwhile();
+    }
+    if (sleep.interruptions.empty()) {
+        return 0;
+    }
+    if (remaining != nullptr) {
+        *remaining = {sleep.interruptions.front()[0], sleep.interruptions.front()[1]};
+    }
+    sleep.interruptions.pop_front();
+    errno = EINTR;
+    return -1;
+}
 
 namespace {
 
@@ -22,6 +58,7 @@ using nyx_test::null_regex;
 using nyx_test::recorder;
 using nyx_test::text_of_code;
 using nyx_test::trace_handle;
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -103,7 +140,7 @@ TEST_F(InitTraceBuffer, DoesNotCloseAnOpenFile) {
     ctx_.component = NYX_COMPONENT_ME;
     ctx_.trace_handle = 55;
     EXPECT_EQ(nyx_init_trace_buffer(&ctx_), 0);
-    EXPECT_THAT(recorder().functions(), testing::ElementsAre("skein_init2"));
+    EXPECT_THAT(recorder().functions(), ElementsAre("skein_init2"));
     EXPECT_EQ(ctx_.trace_handle, trace_handle(1));
 }
 
@@ -121,7 +158,24 @@ TEST_F(InitTraceBuffer, ReportsAFileThatDoesNotOpen) {
         EXPECT_EQ(rc, not_set_up);
         EXPECT_EQ(ctx_.trace_handle, 0U);
         EXPECT_EQ(ctx_.trace_enabled, 0U);
-        EXPECT_EQ(recorder().calls("rcode_strerror"), calls_of(called("rcode_strerror", code)));
+        EXPECT_EQ(recorder().calls(), calls_of(called("skein_init2", "agentx-nyx/processor.trace", 0, 0, 6144, 1572864,
+                                                      0, &ctx_.trace_handle),
+                                               called("rcode_strerror", code)));
+    }
+}
+
+// Whoever traces meanwhile goes on with the old file.
+TEST_F(InitTraceBuffer, LeavesHandleAndTracingAloneUntilTheLibraryAnswers) {
+    ctx_.component = NYX_COMPONENT_NYX;
+    for (const std::uint32_t enabled : {0U, 7U}) {
+        ctx_.trace_handle = 55;
+        ctx_.trace_enabled = enabled;
+        nyx_debug_ctx_t at_open{};
+        recorder().when_called("skein_init2", [&] { at_open = ctx_; });
+        EXPECT_EQ(nyx_init_trace_buffer(&ctx_), 0);
+        EXPECT_EQ(at_open.trace_handle, 55U);
+        EXPECT_EQ(at_open.trace_enabled, enabled);
+        EXPECT_EQ(ctx_.trace_enabled, 1U);
     }
 }
 
@@ -149,8 +203,34 @@ TEST_F(ReinitTraceBuffer, ClosesDeletesAndOpens) {
 TEST_F(ReinitTraceBuffer, ClosesNothingThatIsNotOpen) {
     ctx_.component = NYX_COMPONENT_BK;
     EXPECT_EQ(nyx_reinit_trace_buffer(&ctx_), 0);
-    EXPECT_THAT(recorder().functions(), testing::ElementsAre("skein_delete", "skein_init2"));
+    EXPECT_THAT(recorder().functions(), ElementsAre("skein_delete", "skein_init2"));
     EXPECT_EQ(ctx_.trace_enabled, 1U);
+}
+
+TEST_F(ReinitTraceBuffer, LeavesTracingAloneUntilTheFileIsOpenAgain) {
+    ctx_.component = NYX_COMPONENT_BK;
+    for (const std::uint32_t enabled : {0U, 7U}) {
+        ctx_.trace_handle = 55;
+        ctx_.trace_enabled = enabled;
+        std::vector<std::uint32_t> seen;
+        for (const char *const function : {"skein_close", "skein_delete", "skein_init2"}) {
+            recorder().when_called(function, [&] { seen.push_back(ctx_.trace_enabled); });
+        }
+        EXPECT_EQ(nyx_reinit_trace_buffer(&ctx_), 0);
+        EXPECT_THAT(seen, ElementsAre(enabled, enabled, enabled));
+    }
+}
+
+TEST_F(ReinitTraceBuffer, StopsWithoutAnOpenFileToo) {
+    ctx_.component = NYX_COMPONENT_BK;
+    recorder().fail("skein_delete", 1, 2);
+    rcode rc = 0;
+    EXPECT_EQ(printed_by([&] { rc = nyx_reinit_trace_buffer(&ctx_); }),
+              "skein_delete(agentx-nyx/bk.trace) failed, " + text_of_code(2));
+    EXPECT_EQ(rc, 2);
+    EXPECT_EQ(ctx_.trace_handle, 0U);
+    EXPECT_EQ(ctx_.trace_enabled, 0U);
+    EXPECT_THAT(recorder().functions(), ElementsAre("skein_delete", "rcode_strerror"));
 }
 
 TEST_F(ReinitTraceBuffer, GoesOnWhenTheFileDoesNotClose) {
@@ -208,6 +288,7 @@ class ClearTrace : public nyx_test::frame_test {
   protected:
     void SetUp() override {
         frame_test::SetUp();
+        sleep_of_library() = {};
         init_root();
         ASSERT_EQ(nyx_debug_init(&brief_, "brief", NYX_COMPONENT_BRIEF, &root()), 0);
         ASSERT_EQ(nyx_debug_init(&me_, "me", NYX_COMPONENT_ME, &root()), 0);
@@ -216,6 +297,14 @@ class ClearTrace : public nyx_test::frame_test {
     }
 
     [[nodiscard]] std::array<nyx_debug_ctx_t *, 4> all() { return {&root(), &me_, &map_, &brief_}; }
+
+    [[nodiscard]] std::vector<std::uint32_t> all_enabled() {
+        std::vector<std::uint32_t> enabled;
+        for (const nyx_debug_ctx_t *ctx : all()) {
+            enabled.push_back(ctx->trace_enabled);
+        }
+        return enabled;
+    }
 
     nyx_debug_ctx_t brief_{};
     nyx_debug_ctx_t me_{};
@@ -245,7 +334,7 @@ TEST_F(ClearTraceOfOne, TurnsTracingOffAndOnWithoutEmptying) {
 TEST_F(ClearTraceOfOne, EmptiesWithoutSettingAnything) {
     map_.trace_enabled = 0;
     nyx_clear_trace_update_component(&root(), NYX_COMPONENT_MAP, 3, 0, 17);
-    EXPECT_THAT(recorder().functions(), testing::ElementsAre("skein_close", "skein_delete", "skein_init2"));
+    EXPECT_THAT(recorder().functions(), ElementsAre("skein_close", "skein_delete", "skein_init2"));
     EXPECT_EQ(map_.trace_enabled, 1U);
 }
 
@@ -314,28 +403,37 @@ TEST_F(ClearTrace, ReachesEveryComponent) {
     for (const call &each : recorder().calls("skein_delete")) {
         deleted.push_back(each.arguments[0].text.value_or(""));
     }
-    EXPECT_THAT(deleted,
-                testing::ElementsAre("agentx-nyx/processor.trace", "agentx-nyx/me.trace", "agentx-nyx/qt.trace",
+    EXPECT_THAT(deleted, ElementsAre("agentx-nyx/processor.trace", "agentx-nyx/me.trace", "agentx-nyx/qt.trace",
                                      "agentx-nyx/bk.trace", "agentx-nyx/map.trace", "agentx-nyx/sable.trace",
                                      "agentx-nyx/doric.trace", "agentx-nyx/nacm.trace", "agentx-nyx/brief.trace"));
 }
 
 TEST_F(ClearTrace, WaitsWithTracingOff) {
-    using clock = std::chrono::steady_clock;
-    const clock::time_point start = clock::now();
-    std::vector<std::uint32_t> enabled;
-    clock::time_point first_close;
+    std::size_t calls_at_sleep = 17;
+    std::vector<std::uint32_t> enabled_at_sleep;
+    sleep_of_library().meanwhile = [&] {
+        calls_at_sleep = recorder().calls().size();
+        enabled_at_sleep = all_enabled();
+    };
+    std::vector<std::uint32_t> enabled_at_close;
     recorder().when_called("skein_close", [&] {
-        if (enabled.empty()) {
-            first_close = clock::now();
-            for (const nyx_debug_ctx_t *ctx : all()) {
-                enabled.push_back(ctx->trace_enabled);
-            }
+        if (enabled_at_close.empty()) {
+            enabled_at_close = all_enabled();
         }
     });
     EXPECT_EQ(nyx_clear_trace(&api_), 0);
-    EXPECT_THAT(enabled, testing::ElementsAre(0, 0, 0, 0));
-    EXPECT_GE(first_close - start, std::chrono::milliseconds(100));
+    EXPECT_THAT(sleep_of_library().asked, ElementsAre(ElementsAre(0, 100'000'000)));
+    EXPECT_EQ(calls_at_sleep, 0U);
+    EXPECT_THAT(enabled_at_sleep, ElementsAre(0, 0, 0, 0));
+    EXPECT_THAT(enabled_at_close, ElementsAre(0, 0, 0, 0));
+}
+
+TEST_F(ClearTrace, WaitsForWhatASignalLeftOfTheTime) {
+    sleep_of_library().interruptions = {{0, 60'000'000}, {0, 5'000'000}};
+    EXPECT_EQ(nyx_clear_trace(&api_), 0);
+    EXPECT_THAT(sleep_of_library().asked,
+                ElementsAre(ElementsAre(0, 100'000'000), ElementsAre(0, 60'000'000), ElementsAre(0, 5'000'000)));
+    EXPECT_THAT(recorder().calls("skein_delete"), SizeIs(4));
 }
 
 TEST_F(ClearTrace, LeavesOtherNumbersAlone) {
@@ -352,7 +450,7 @@ TEST_F(ClearTrace, LeavesOtherNumbersAlone) {
     recorder().forget();
     EXPECT_EQ(nyx_clear_trace(&api_), 0);
     EXPECT_THAT(recorder().calls("skein_close"), SizeIs(4));
-    EXPECT_THAT(enabled, testing::ElementsAre(1, 7, 1, 7, 1, 7, 1, 7));
+    EXPECT_THAT(enabled, ElementsAre(1, 7, 1, 7, 1, 7, 1, 7));
     EXPECT_EQ(others[0].trace_enabled, 1U);
     EXPECT_EQ(others[1].trace_enabled, 7U);
 }

@@ -135,6 +135,30 @@ TEST_F(SkeinThreads, FilesAreClearedWhileTheyAreWritten) {
     EXPECT_EQ(read_trace("a").info.damaged, 0U);
 }
 
+// With so many writers there is hardly an instant at which nobody uses the handle.
+TEST_F(SkeinThreads, ManyWritersOnOneHandleFollowEveryNewFile) {
+    constexpr int rounds = sanitized ? 4 : 8;
+    const uint64_t shared = open_or_fail("a", 256, 256 * 128);
+    start(8, [&](int writer) {
+        for (int number = 0; !stop_; ++number) {
+            EXPECT_EQ(_skein_str(shared, 0, text_of(writer, number).c_str()), 0);
+        }
+    });
+    for (int round = 0; round < rounds; ++round) {
+        EXPECT_EQ(skein_delete("a"), 0);
+        EXPECT_EQ(skein_close(open_or_fail("a", 256, 256 * 128)), 0);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (read_trace("a").info.next_ticket == 0 && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        EXPECT_GT(read_trace("a").info.next_ticket, 0U) << round;
+    }
+    stop_ = true;
+    join();
+    EXPECT_EQ(skein_close(shared), 0);
+    EXPECT_EQ(mappings_of(directory_.string()), 0U);
+}
+
 TEST_F(SkeinThreads, EveryoneChangesOverInTheEnd) {
     const uint64_t shared = open_or_fail("a", 64, 64 * 128);
     EXPECT_EQ(skein_delete("a"), 0);

@@ -253,6 +253,9 @@ TEST_F(SkeinDamage, OfTheFixedHeaderIsFoundAndTheFileMovedAside) {
             ASSERT_EQ(_skein_str(handle, 0, "new"), 0);
             ASSERT_EQ(skein_close(handle), 0);
             ASSERT_THAT(read_trace("a").texts(), ElementsAre("new"));
+            if (offset >= 8) {
+                damaged[136] = 1;  // it begins like a trace file: its writers are told that it is one no more
+            }
             ASSERT_EQ(bytes_of(path("a.damaged")), damaged) << offset;
             ASSERT_EQ(skein_delete("a"), 0);
         }
@@ -363,7 +366,27 @@ TEST_F(SkeinDamage, AnotherVersionIsMovedAside) {
     write_bytes(path("a"), image_.bytes());
     EXPECT_EQ(read_trace("a").error, EBADMSG);
     EXPECT_EQ(skein_close(open_or_fail("a", slots, slots * slot_size)), 0);
+    image_.word(136) = 1;
     EXPECT_EQ(bytes_of(path("a.damaged")), image_.bytes());
+}
+
+TEST_F(SkeinDamage, WhoWritesToTheFileChangesOverWhenItIsMovedAside) {
+    const uint64_t handle = open_or_fail("b", slots, slots * slot_size);
+    std::fstream file(path("b"), std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(44).put('x').flush();
+    EXPECT_EQ(_skein_str(handle, 0, "before"), 0);
+    const uint64_t other = open_or_fail("b", slots, slots * slot_size);
+    EXPECT_EQ(_skein_str(handle, 0, "after"), 0);
+    EXPECT_THAT(read_trace("b").texts(), ElementsAre("after"));
+    EXPECT_EQ(skein_close(handle), 0);
+    EXPECT_EQ(skein_close(other), 0);
+}
+
+TEST_F(SkeinDamage, WhatDoesNotBeginLikeATraceFileIsMovedAsideUnchanged) {
+    const std::string text(5000, 'x');
+    write_bytes(path("b"), text);
+    EXPECT_EQ(skein_close(open_or_fail("b", slots, slots * slot_size)), 0);
+    EXPECT_EQ(bytes_of(path("b.damaged")), text);
 }
 
 TEST_F(SkeinDamage, RandomSlotsDoNoHarm) {

@@ -25,6 +25,7 @@ int failure_code = 0;
 int allocations_until_failure = -1;
 bool no_nameless_files = false;
 bool no_proc = false;
+int filling_fails_with = 0;
 
 bool fails() {
     if (calls_until_failure < 0 || calls_until_failure-- > 0) {
@@ -88,6 +89,14 @@ int posix_fallocate(int file, off_t offset, off_t size) {
     static const auto next = next_of<int (*)(int, off_t, off_t)>("posix_fallocate");
     return fails() ? failure_code : next(file, offset, size);
 }
+int fallocate(int file, int mode, off_t offset, off_t size) {
+    static const auto next = next_of<int (*)(int, int, off_t, off_t)>("fallocate");
+    if (filling_fails_with != 0) {
+        errno = filling_fails_with;
+        return -1;
+    }
+    return fails() ? -1 : next(file, mode, offset, size);
+}
 ssize_t pwrite(int file, const void *from, size_t size, off_t offset) {
     static const auto next = next_of<ssize_t (*)(int, const void *, size_t, off_t)>("pwrite");
     return fails() ? -1 : next(file, from, size, offset);
@@ -144,15 +153,6 @@ std::size_t open_files() {
     return count;
 }
 
-std::size_t mappings_of(const std::string &part) {
-    std::ifstream file("/proc/self/maps");
-    std::size_t count = 0;
-    for (std::string line; std::getline(file, line);) {
-        count += line.find(part) != std::string::npos ? 1 : 0;
-    }
-    return count;
-}
-
 class SkeinFailure : public trace_files {
   protected:
     ~SkeinFailure() override {
@@ -160,6 +160,7 @@ class SkeinFailure : public trace_files {
         allocations_until_failure = -1;
         no_nameless_files = false;
         no_proc = false;
+        filling_fails_with = 0;
     }
 
     // Calls `call` with the first, second, ... system call failing until it succeeds; `check` looks at what a failure
@@ -265,6 +266,40 @@ TEST_F(SkeinFailure, OfAttaching) {
             EXPECT_THAT(read_trace("d/a").texts(), ElementsAre("x"));
         });
     EXPECT_GE(failures, 6);
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+// A copy of a trace file, as cp makes it: with holes where there is nothing but zeros.
+TEST_F(SkeinFailure, OfRoomForTheHolesOfACopyIsACodeAndNoSignal) {
+    ASSERT_EQ(open_trace("large", 1024, 1024 * 1024, &handle_), 0);
+    ASSERT_EQ(skein_close(handle_), 0);
+    const std::string bytes = bytes_of(path("large"));
+    write_bytes(path("copy"), bytes.substr(0, 4096));
+    std::filesystem::resize_file(path("copy"), bytes.size());
+    const auto allocated = [&] {
+        struct stat status {};
+        EXPECT_EQ(stat(path("copy").c_str(), &status), 0);
+        return static_cast<std::size_t>(status.st_blocks) * 512;
+    };
+    ASSERT_LT(allocated(), bytes.size());
+    for (const int code : {ENOSPC, EDQUOT}) {
+        filling_fails_with = code;
+        EXPECT_EQ(open_trace("copy", 16, 4096, &handle_), code);
+        EXPECT_EQ(handle_, 0U);
+    }
+    EXPECT_EQ(bytes_of(path("copy")), bytes);
+    filling_fails_with = 0;
+    ASSERT_EQ(open_trace("copy", 16, 4096, &handle_), 0);
+    EXPECT_GE(allocated(), bytes.size());
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+TEST_F(SkeinFailure, OfFillingHolesWhereTheFileSystemCannotIsNone) {
+    ASSERT_EQ(open_a(), 0);
+    ASSERT_EQ(skein_close(handle_), 0);
+    filling_fails_with = EOPNOTSUPP;
+    ASSERT_EQ(open_a(), 0);
+    EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
     EXPECT_EQ(skein_close(handle_), 0);
 }
 

@@ -111,7 +111,7 @@ TEST_F(SkeinDirectory, IsNotTakenWhenItIsALink) {
     std::filesystem::create_directory(path("real"));
     std::filesystem::create_symlink("real", path("link"));
     uint64_t handle = 0;
-    for (const char *ending : {"", "/", "//"}) {
+    for (const char *ending : {"", "/", "//", "/.", "/./", "/.//."}) {
         setenv("SKEIN_DIR", (path("link").string() + ending).c_str(), 1);
         EXPECT_EQ(open_trace("a", 4, 1024, &handle), ENOTDIR) << ending;
         EXPECT_EQ(skein_delete("a"), ENOTDIR) << ending;

@@ -93,11 +93,11 @@ TEST_F(SkeinTool, CatEscapesWhatATerminalWouldObey) {
 TEST_F(SkeinTool, CatPrintsJson) {
     make_file("a", {"quoted \"x\"", "bad \xff"});
     EXPECT_EQ(run("cat --json a").output,
-              R"({"ticket":0,"time":"2023-11-14T22:13:20.000000Z","nanoseconds":1700000000000000000,"pid":4711,)"
-              R"("tid":4712,"attributes":99,"text":"quoted \"x\""})"
+              R"({"ticket":0,"time":"2023-11-14T22:13:20.000000Z","nanoseconds":"1700000000000000000",)"
+              R"("pid":4711,"tid":4712,"attributes":"0x0000000000000063","text":"quoted \"x\""})"
               "\n"
-              R"({"ticket":1,"time":"2023-11-14T22:13:20.000000Z","nanoseconds":1700000000000000001,"pid":4711,)"
-              R"("tid":4712,"attributes":99,"text":"bad )"
+              R"({"ticket":1,"time":"2023-11-14T22:13:20.000000Z","nanoseconds":"1700000000000000001",)"
+              R"("pid":4711,"tid":4712,"attributes":"0x0000000000000063","text":"bad )"
               "\xef\xbf\xbd\"}\n");
 }
 
@@ -123,14 +123,54 @@ TEST_F(SkeinTool, CatTakesADirectoryOrAPath) {
 }
 
 TEST_F(SkeinTool, CatExplainsFailures) {
+    const std::string here = directory_.string();
     write_bytes(path("text"), "no trace");
     EXPECT_EQ(run("cat missing").code, 1);
-    EXPECT_EQ(run("cat missing").errors, "skein: missing: No such file or directory\n");
+    EXPECT_EQ(run("cat missing").errors, "skein: missing: no such trace file in " + here + "\n");
+    EXPECT_EQ(run("cat d/missing").errors, "skein: d/missing: no such trace file in " + here + "\n");
+    EXPECT_EQ(run("cat ./missing").errors, "skein: ./missing: No such file or directory\n");
     EXPECT_EQ(run("cat text").errors, "skein: text: not a trace file, or damaged\n");
-    EXPECT_EQ(run("cat a/../b").errors, "skein: a/../b: Invalid argument\n");
+    EXPECT_EQ(run("cat a/../b").errors, "skein: a/../b: not a name of a trace file (for a path begin with / or ./)\n");
     make_file("a", {"x"});
+    std::filesystem::create_symlink("a", path("link"));
+    std::filesystem::create_directory(path("d"));
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(run("cat link").errors, "skein: link: is a symbolic link\n");
+    EXPECT_EQ(run("cat d").errors, "skein: d: is a directory\n");
+    EXPECT_EQ(run("cat pipe").errors, "skein: pipe: not a regular file\n");
+    EXPECT_EQ(run("cat a/b").errors, "skein: a/b: one of its directories is a symbolic link or no directory\n");
     EXPECT_EQ(run("cat a >/dev/full").code, 1);
     EXPECT_EQ(run("cat a >/dev/full").errors, "skein: standard output: No space left on device\n");
+}
+
+TEST_F(SkeinTool, CatOfADamagedFilePrintsTheRestAndSaysSo) {
+    make_file("a", {"x", "y"});
+    std::string bytes = bytes_of(path("a"));
+    bytes[4096 + 48] ^= 1;
+    bytes[136] = 1;
+    write_bytes(path("a"), bytes.substr(0, bytes.size() - 8));
+    const outcome result = run("cat a");
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.output, "2023-11-14T22:13:20.000000Z 4711/4712 y\n");
+    EXPECT_EQ(result.errors, "skein: a: 1 entry damaged, the file is cut short, the file was removed or moved aside\n");
+}
+
+TEST_F(SkeinTool, RefusesAPlaceThatIsNotTheUsersOwn) {
+    make_file("a", {"x"});
+    std::filesystem::permissions(directory_, std::filesystem::perms::others_write, std::filesystem::perm_options::add);
+    const std::string complaint = "skein: " + directory_.string() +
+                                  ": belongs to another user, or all users may write to it (--directory reads it)\n";
+    for (const char *const command : {"cat a", "list", "delete a"}) {
+        EXPECT_EQ(run(command).errors, complaint) << command;
+        EXPECT_EQ(run(command).code, 1) << command;
+    }
+    EXPECT_THAT(run("cat -d " + directory_.string() + " a").output, HasSubstr(" x\n"));
+    EXPECT_EQ(run("list -d " + directory_.string()).output, "a: 1 entry, 64 slots of 128 bytes\n");
+    setenv("SKEIN_DIR", "relative", 1);
+    for (const char *const command : {"cat a", "list", "delete a"}) {
+        EXPECT_EQ(run(command).errors, "skein: SKEIN_DIR: must be an absolute path of at most 1023 bytes\n");
+        EXPECT_EQ(run(command).code, 1) << command;
+    }
 }
 
 TEST_F(SkeinTool, ListShowsEveryFile) {
@@ -138,10 +178,11 @@ TEST_F(SkeinTool, ListShowsEveryFile) {
     make_file("a", {});
     EXPECT_EQ(run("list").output, "a: 0 entries, 64 slots of 128 bytes\nb/one: 2 entries, 64 slots of 128 bytes\n");
     EXPECT_EQ(run("list").code, 0);
-    EXPECT_THAT(
-        run("list --json").output,
-        StartsWith(R"({"name":"a","slots":64,"slot_size":128,"entries":0,"lost":0,"damaged":0,"unfinished":0,)"));
     EXPECT_EQ(run("list -d " + path("b").string()).output, "one: 2 entries, 64 slots of 128 bytes\n");
+    EXPECT_EQ(run("list -j -d " + path("b").string()).output,
+              R"({"name":"one","slots":64,"slot_size":128,"entries":2,"lost":0,"damaged":0,"unfinished":0,"overrun":0,)"
+              R"("truncated":false,"superseded":false,"creator":4711,"created":"2023-11-14T22:13:20.000000Z"})"
+              "\n");
     write_bytes(path("text"), "no trace");
     std::filesystem::create_symlink("b", path("link"));
     const outcome result = run("list");
@@ -150,18 +191,68 @@ TEST_F(SkeinTool, ListShowsEveryFile) {
     EXPECT_EQ(result.errors, "skein: text: not a trace file, or damaged\n");
 }
 
-TEST_F(SkeinTool, ListOfNothingIsEmpty) {
-    setenv("SKEIN_DIR", path("missing").c_str(), 1);
+TEST_F(SkeinTool, ListKnowsWhatTheLibraryMovedAside) {
+    write_bytes(path("a"), "no trace");
+    EXPECT_EQ(skein_close(open_or_fail("a", 16, 4096)), 0);
     const outcome result = run("list");
+    EXPECT_EQ(result.output, "a: 0 entries, 16 slots of 256 bytes\na.damaged: moved aside because it was damaged\n");
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.code, 0);
+    EXPECT_THAT(run("list --json").output, HasSubstr(R"({"name":"a.damaged","moved_aside":true})"
+                                                     "\n"));
+}
+
+TEST_F(SkeinTool, ListGoesOnBehindADirectoryThatCannotBeRead) {
+    make_file("a", {});
+    make_file("b/c", {});
+    make_file("d", {});
+    std::filesystem::permissions(path("b"), std::filesystem::perms::none);
+    if (access(path("b").c_str(), R_OK) == 0) {
+        std::filesystem::permissions(path("b"), std::filesystem::perms::owner_all);
+        GTEST_SKIP() << "this user may read everything";
+    }
+    const outcome result = run("list");
+    std::filesystem::permissions(path("b"), std::filesystem::perms::owner_all);
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.output, "a: 0 entries, 64 slots of 128 bytes\nd: 0 entries, 64 slots of 128 bytes\n");
+    EXPECT_EQ(result.errors, "skein: " + path("b").string() + ": Permission denied\n");
+}
+
+TEST_F(SkeinTool, ListOfNothingSaysWhereItLooked) {
+    const outcome empty = run("list");
+    EXPECT_EQ(empty.code, 0);
+    EXPECT_EQ(empty.output, "");
+    EXPECT_EQ(empty.errors, "skein: " + directory_.string() + ": no trace files\n");
+    setenv("SKEIN_DIR", path("missing").c_str(), 1);
+    const outcome missing = run("list");
+    EXPECT_EQ(missing.code, 0);
+    EXPECT_EQ(missing.errors, "skein: " + path("missing").string() + ": no trace files\n");
+    EXPECT_EQ(run("list -d " + path("missing").string()).code, 1);
+}
+
+TEST_F(SkeinTool, DeleteRemovesAFileWhoseWritersThenChangeOver) {
+    const uint64_t handle = open_or_fail("d/a", 16, 4096);
+    const outcome result = run("delete d/a");
     EXPECT_EQ(result.code, 0);
     EXPECT_EQ(result.output + result.errors, "");
-    EXPECT_EQ(run("list -d " + path("missing").string()).code, 1);
+    EXPECT_FALSE(std::filesystem::exists(path("d/a")));
+    const uint64_t next = open_or_fail("d/a", 16, 4096);
+    EXPECT_EQ(_skein_str(handle, 0, "x"), 0);
+    EXPECT_THAT(run("cat d/a").output, HasSubstr(" x\n"));
+    EXPECT_EQ(skein_close(handle), 0);
+    EXPECT_EQ(skein_close(next), 0);
+    EXPECT_EQ(run("delete -d " + path("d").string() + " a").code, 0);
+    EXPECT_FALSE(std::filesystem::exists(path("d/a")));
+    EXPECT_EQ(run("delete d/a").code, 1);
+    EXPECT_EQ(run("delete d/a").errors, "skein: d/a: no such trace file in " + directory_.string() + "\n");
+    EXPECT_EQ(run("delete -d " + path("missing").string() + " a").code, 1);
 }
 
 TEST_F(SkeinTool, ExplainsItsUsage) {
     EXPECT_EQ(run("--help").code, 0);
     EXPECT_THAT(run("--help").output, HasSubstr("cat"));
     EXPECT_THAT(run("cat --help").output, HasSubstr("--attributes"));
+    EXPECT_THAT(run("--version").output, StartsWith("skein "));
     EXPECT_EQ(run("").code, 2);
     EXPECT_EQ(run("cat").code, 2);
     EXPECT_EQ(run("dog").code, 2);

@@ -80,6 +80,16 @@ inline void write_bytes(const std::filesystem::path &path, const std::string &by
     std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
+// How many mappings of this process are of files whose paths hold `part`.
+inline std::size_t mappings_of(const std::string &part) {
+    std::ifstream file("/proc/self/maps");
+    std::size_t count = 0;
+    for (std::string line; std::getline(file, line);) {
+        count += line.find(part) != std::string::npos ? 1 : 0;
+    }
+    return count;
+}
+
 // SKEIN_DIR is a new directory while the test runs.
 class trace_files : public testing::Test {
   protected:

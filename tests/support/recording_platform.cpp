@@ -413,15 +413,20 @@ struct platform_internals {
         return text;
     }
 
-    static void add_log_line(const log_line &line) {
+    // As `play`, for the function whose arguments have no fixed number.
+    static void play_log_line(const log_line &line) {
         call logged = called("_umbra_dt_log_filter_adv", line.flag);
         for (const std::uint64_t zero : line.zeros) {
             logged.arguments.push_back(value_of(zero));
         }
         logged.arguments.push_back(value_of(line.filter));
         logged.arguments.push_back(value_of(line.format));
-        recorder().calls_.push_back(logged);
-        recorder().log_lines_.push_back(line);
+        recording_platform &platform = recorder();
+        platform.calls_.push_back(logged);
+        platform.act(logged.function);
+        if (!platform.failure_of(logged.function)) {
+            platform.log_lines_.push_back(line);
+        }
     }
 
     static std::int32_t add_trace_line(std::uint64_t handle, std::uint64_t attributes, const char *text) {
@@ -555,5 +560,5 @@ extern "C" void _umbra_dt_log_filter_adv(uint64_t flag, uint64_t zero_1, uint64_
     line.filter_value = *filter;
     line.text = internals::formatted(format, arguments);
     va_end(arguments);
-    internals::add_log_line(line);
+    internals::play_log_line(line);
 }

@@ -63,6 +63,16 @@ TEST_F(DebugFlag, RefusesBadNames) {
     EXPECT_EQ(tree(), std::string(127, 'n') + "- ");
 }
 
+TEST_F(DebugFlag, RefusesWhatIsNotZeroInThePlaceOfZeros) {
+    uint64_t flag = 7;
+    EXPECT_EQ(umbra_dt_flag_init(&flag, "agent", 0, 1, 0), EINVAL);
+    EXPECT_EQ(flag, 0U);
+    EXPECT_EQ(umbra_dt_flag_init(&flag, "agent", 0, 0, 1), EINVAL);
+    EXPECT_EQ(tree(), "");
+    EXPECT_EQ(umbra_dt_flag_enable(make("agent"), 1), EINVAL);
+    EXPECT_EQ(tree(), "agent- ");
+}
+
 TEST_F(DebugFlag, RefusesAnUnknownParent) {
     const uint64_t agent = make("agent");
     uint64_t flag = 7;

@@ -12,6 +12,7 @@
 #include <umbra/debug_trace.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -240,6 +241,22 @@ TEST_F(DebugLog, EscapesControlCharacters) {
     EXPECT_EQ(text_written(), "a\\nb\\tc\\rd\\x1b[0m\\x7f\\x01 \\ \xc3\xa4\n");
 }
 
+TEST_F(DebugLog, EscapesWhatDoesMoreToATerminalThanToShow) {
+    // A control sequence of one byte or two, changes of direction, and bytes that are no characters.
+    LOG(nullptr, "%s",
+        "\x9b"
+        "2J \xc2\x9b"
+        "2J \xe2\x80\xae \xe2\x81\xa6");
+    EXPECT_EQ(text_written(), "\\x9b2J \\xc2\\x9b2J \\xe2\\x80\\xae \\xe2\\x81\\xa6\n");
+    LOG(nullptr, "%s", "\xc1\x81 \xe0\x80\x8a \xed\xa0\x80 \xf4\x90\x80\x80 \xff \xe4");
+    EXPECT_EQ(text_written(), "\\xc1\\x81 \\xe0\\x80\\x8a \\xed\\xa0\\x80 \\xf4\\x90\\x80\\x80 \\xff \\xe4\n");
+    for (const char *shown : {"\xc2\xa0", "\xdf\xbf", "\xe0\xa0\x80", "\xe2\x80\xa9", "\xe2\x80\xaf", "\xe2\x81\xa5",
+                              "\xe2\x81\xaa", "\xed\x9f\xbf", "\xee\x80\x80", "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf"}) {
+        LOG(nullptr, "%s", shown);
+        EXPECT_EQ(text_written(), std::string(shown) + '\n');
+    }
+}
+
 TEST_F(DebugLog, DropsOneLineFeedAtTheEnd) {
     LOG(nullptr, "%s", "once\n");
     EXPECT_EQ(text_written(), "once\n");
@@ -276,6 +293,40 @@ TEST_F(DebugLog, KeepsLinesWithin4096Bytes) {
         ASSERT_TRUE(is_cut || line.ends_with("\\x02\n")) << line;
         ASSERT_TRUE(!is_cut || line.size() > 4080) << length;
         ASSERT_TRUE(!is_cut || line.ends_with("\\x02 [cut]\n")) << "half an escape";
+    }
+}
+
+TEST_F(DebugLog, CutsNoLineOf4096BytesOrLess) {
+    LOG(nullptr, "%s", "");
+    const std::size_t bare = written().size();
+    for (std::size_t size = 4080; size <= 4110; ++size) {
+        const std::size_t rest = size - bare;
+        const std::string text = std::string(rest / 4, '\x02') + std::string(rest % 4, 'r');
+        LOG(nullptr, "%s", text.c_str());
+        const std::string line = written();
+        EXPECT_EQ(line.ends_with(" [cut]\n"), size > 4096) << size;
+        EXPECT_EQ(line.size() == size, size <= 4096) << size;
+    }
+}
+
+TEST_F(DebugLog, CutsNoCharacterInTwoAtTheEndOfALine) {
+    LOG(nullptr, "%s", "");
+    const std::size_t bare = written().size();
+    for (std::size_t before = 4070; before <= 4100; ++before) {
+        const std::size_t rest = before - bare;
+        const std::string text = std::string(rest / 4, '\x02') + std::string(rest % 4, 'r');
+        LOG(nullptr, "%s", (text + "\xe2\x82\xac\xe2\x82\xac\xe2\x82\xac").c_str());
+        std::string line = written();
+        ASSERT_LE(line.size(), 4096U) << before;
+        if (before + 9 <= 4096) {
+            EXPECT_TRUE(line.ends_with("\xe2\x82\xac\n")) << before;
+            continue;
+        }
+        ASSERT_TRUE(line.ends_with(" [cut]\n")) << before;
+        EXPECT_GT(line.size(), 4096U - 4) << before;
+        line.resize(line.size() - strlen(" [cut]\n"));
+        const auto last = static_cast<unsigned char>(line.back());
+        EXPECT_TRUE(last == 'r' || last == '2' || (last == 0xac && line.ends_with("\xe2\x82\xac"))) << before;
     }
 }
 
@@ -330,6 +381,109 @@ TEST_F(DebugLog, CountsTheLinesThatTheStreamDoesNotTake) {
     }
     EXPECT_EQ(arrived, logged - 1);
 }
+
+bool sigpipe_is_pending() {
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, SIGPIPE) == 1;
+}
+
+bool sigpipe_is_blocked() {
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    return sigismember(&blocked, SIGPIPE) == 1;
+}
+
+void change_mask_of_sigpipe(int how) {
+    sigset_t sigpipe;
+    sigemptyset(&sigpipe);
+    sigaddset(&sigpipe, SIGPIPE);
+    pthread_sigmask(how, &sigpipe, nullptr);
+}
+
+// The stream is a pipe or a socket whose reader is gone: a write there ends the program that lets it.
+class DebugLogWithoutReader : public DebugLog, public testing::WithParamInterface<const char *> {
+  protected:
+    void SetUp() override {
+        DebugLog::SetUp();
+        if (GetParam() == std::string("pipe")) {
+            ASSERT_EQ(pipe(stream), 0);
+        } else {
+            ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, stream), 0);
+        }
+        close(stream[0]);
+        umbra_dt_log_to_stream(stream[1]);
+    }
+
+    void TearDown() override {
+        change_mask_of_sigpipe(SIG_UNBLOCK);
+        DebugLog::TearDown();
+        close(stream[1]);
+    }
+
+    int stream[2] = {-1, -1};
+    const uint64_t lost_before = umbra_dt_lost_lines();
+};
+
+TEST_P(DebugLogWithoutReader, LosesTheLineAndGoesOn) {
+    LOG(nullptr, "to nobody");
+    LOG(nullptr, "to nobody");
+    EXPECT_EQ(umbra_dt_lost_lines(), lost_before + 2);
+    EXPECT_FALSE(sigpipe_is_blocked());
+    EXPECT_FALSE(sigpipe_is_pending());
+}
+
+TEST_P(DebugLogWithoutReader, LeavesNoSignalForWhoBlocksIt) {
+    change_mask_of_sigpipe(SIG_BLOCK);
+    LOG(nullptr, "to nobody");
+    EXPECT_TRUE(sigpipe_is_blocked());
+    EXPECT_FALSE(sigpipe_is_pending());
+    EXPECT_EQ(umbra_dt_lost_lines(), lost_before + 1);
+}
+
+std::atomic<unsigned> sigpipes_handled{0};
+
+void count_sigpipe(int /*signal*/) {
+    ++sigpipes_handled;
+}
+
+TEST_P(DebugLogWithoutReader, LeavesAloneWhatWasPending) {
+    struct sigaction action = {};
+    struct sigaction before = {};
+    action.sa_handler = count_sigpipe;
+    sigaction(SIGPIPE, &action, &before);
+    sigpipes_handled = 0;
+    LOG(nullptr, "to nobody");
+    EXPECT_EQ(sigpipes_handled, 0U);
+    change_mask_of_sigpipe(SIG_BLOCK);
+    pthread_kill(pthread_self(), SIGPIPE);
+    LOG(nullptr, "to nobody");
+    EXPECT_TRUE(sigpipe_is_pending());
+    change_mask_of_sigpipe(SIG_UNBLOCK);
+    EXPECT_EQ(sigpipes_handled, 1U);
+    EXPECT_FALSE(sigpipe_is_pending());
+    sigaction(SIGPIPE, &before, nullptr);
+}
+
+TEST_P(DebugLogWithoutReader, KeepsToWhoIgnoresTheSignal) {
+    struct sigaction action = {};
+    struct sigaction before = {};
+    action.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &action, &before);
+    LOG(nullptr, "to nobody");
+    EXPECT_EQ(umbra_dt_lost_lines(), lost_before + 1);
+    sigaction(SIGPIPE, &before, nullptr);
+    EXPECT_FALSE(sigpipe_is_blocked());
+    EXPECT_FALSE(sigpipe_is_pending());
+}
+
+TEST_P(DebugLogWithoutReader, GivesThePrintedTreeAnError) {
+    EXPECT_EQ(umbra_dt_flags_print(stream[1]), EPIPE);
+    EXPECT_FALSE(sigpipe_is_pending());
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, DebugLogWithoutReader, testing::Values("pipe", "socket"),
+                         [](const auto &stream) { return std::string(stream.param); });
 
 TEST_F(DebugLog, SilencesSitesByTheirFormat) {
     EXPECT_EQ(umbra_dt_silence("noisy"), 0);

@@ -301,6 +301,34 @@ TEST_F(Hashmap, IterationsNest) {
     EXPECT_EQ(umbra_hashmap_size(map.get()), 0U);
 }
 
+TEST_F(Hashmap, IterationsOfSeveralMapsNest) {
+    const map_ptr inner = make_numbers({7, 8});
+    const map_ptr outer = make_numbers({1, 2});
+    struct visits_of_both {
+        umbra_hashmap *inner;
+        std::vector<uint64_t> seen;
+    } both{inner.get(), {}};
+    umbra_hashmap_iterate(
+        outer.get(),
+        [](umbra_hashmap *, umbra_hashmap_entry *entry, void *ctx) {
+            auto *visits = static_cast<visits_of_both *>(ctx);
+            visits->seen.push_back(number(umbra_hashmap_key(entry)));
+            umbra_hashmap_iterate(
+                visits->inner,
+                [](umbra_hashmap *map, umbra_hashmap_entry *at, void *seen) {
+                    static_cast<std::vector<uint64_t> *>(seen)->push_back(number(umbra_hashmap_key(at)));
+                    umbra_hashmap_insert(map, pointer(9), nullptr);
+                    umbra_hashmap_remove_tuple(map, at);
+                },
+                &visits->seen);
+            umbra_hashmap_insert(visits->inner, pointer(5), nullptr);
+        },
+        &both);
+    EXPECT_THAT(both.seen, ElementsAre(1, 7, 8, 9, 2, 5, 9));
+    EXPECT_THAT(keys_of(outer.get()), ElementsAre(1, 2));
+    EXPECT_THAT(keys_of(inner.get()), ElementsAre(5));
+}
+
 TEST_F(Hashmap, IsRightWithPoorHashes) {
     for (umbra_hash_fn hash : {hash_all_equal, hash_low_bits_zero, hash_high_bits_zero}) {
         const map_ptr map = make(hash, equal_numbers);

@@ -3,8 +3,11 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/wait.h>
 #include <umbra/named_alloc.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -12,15 +15,19 @@
 // ThreadSanitizer calls these functions itself before it is ready to be told of them.
 #ifdef __clang__
 #define UNINSTRUMENTED __attribute__((disable_sanitizer_instrumentation))
+#define HAS_THREAD_SANITIZER __has_feature(thread_sanitizer)
 #else
 #define UNINSTRUMENTED
+#define HAS_THREAD_SANITIZER 0
 #endif
 
 namespace {
 
 // Counts down; the call that finds 0 fails. Below that nothing does.
 std::atomic<int> calls_until_failure{-1};
-std::atomic<bool> no_keys{false};
+bool no_keys = false;
+std::atomic<unsigned> fork_handlers_asked_for{0};
+bool sanitizer_has_handlers = !HAS_THREAD_SANITIZER;  // it asks for its own before anybody else does
 
 UNINSTRUMENTED bool fails() {
     return calls_until_failure.load() >= 0 && calls_until_failure.fetch_sub(1) == 0;
@@ -34,6 +41,7 @@ void *__real_calloc(size_t count, size_t size);
 void *__real_realloc(void *block, size_t size);
 int __real_pthread_setspecific(pthread_key_t key, const void *value);
 int __real_pthread_key_create(pthread_key_t *key, void (*destructor)(void *));
+int __real_pthread_atfork(void (*before)(), void (*in_parent)(), void (*in_child)());
 
 UNINSTRUMENTED void *__wrap_malloc(size_t size) {
     errno = fails() ? ENOMEM : 0;
@@ -50,6 +58,17 @@ UNINSTRUMENTED int __wrap_pthread_setspecific(pthread_key_t key, const void *val
 }
 UNINSTRUMENTED int __wrap_pthread_key_create(pthread_key_t *key, void (*destructor)(void *)) {
     return no_keys ? EAGAIN : __real_pthread_key_create(key, destructor);
+}
+// There is no memory when the program begins. Later two threads come at once, as it were: the handlers run twice.
+UNINSTRUMENTED int __wrap_pthread_atfork(void (*before)(), void (*in_parent)(), void (*in_child)()) {
+    if (!sanitizer_has_handlers) {
+        sanitizer_has_handlers = true;
+        return __real_pthread_atfork(before, in_parent, in_child);
+    }
+    if (fork_handlers_asked_for.fetch_add(1) == 0 || __real_pthread_atfork(before, in_parent, in_child) != 0) {
+        return ENOMEM;
+    }
+    return __real_pthread_atfork(before, in_parent, in_child);
 }
 }
 
@@ -137,6 +156,32 @@ TEST(NamedAllocFailure, AFailedResizingChangesNothing) {
     umbra_named_free(block);
 }
 
+TEST(NamedAllocFailure, ForksAreGuardedAsSoonAsThereIsMemory) {
+    total();
+    EXPECT_EQ(fork_handlers_asked_for, 2U);
+    total();
+    EXPECT_EQ(fork_handlers_asked_for, 2U);
+    std::atomic<bool> ends{false};
+    std::thread reporter([&] {
+        while (!ends) {
+            total();
+        }
+    });
+    for (int i = 0; i < 50; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(10);  // in a child that waits for a lock without an owner
+            total();
+            _exit(0);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_EQ(status, 0);
+    }
+    ends = true;
+    reporter.join();
+}
+
 // Returns whether figures stay right where threads cannot be told apart.
 bool counts_without_keys() {
     no_keys = true;
@@ -149,6 +194,11 @@ bool counts_without_keys() {
     umbra_named_free(second);
     return usage.live_blocks == 1 && usage.live_bytes == 20 && usage.total_blocks == 2 && usage.total_bytes == 130 &&
            usage.peak_bytes == 130 && usage_of("without keys").live_bytes == 0;
+}
+
+TEST(NamedAllocFailureDeathTest, ForksAreGuardedFromTheBeginning) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(_exit(fork_handlers_asked_for == 1 ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST(NamedAllocFailureDeathTest, CountsWithoutWordsOfItsOwn) {

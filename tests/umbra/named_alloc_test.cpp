@@ -1,6 +1,8 @@
 // What is given out, and what is counted under which description.
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <umbra/named_alloc.h>
 #include <unistd.h>
@@ -197,6 +199,64 @@ TEST(Description, IsToldByItsTextAndNotByItsAddress) {
     for (void *block : {first, second, third, fourth}) {
         umbra_named_free(block);
     }
+}
+
+// Allocates a block and frees it; returns what it was called in between.
+std::string name_given_for(const char *description) {
+    void *block = umbra_named_malloc_(1, description);
+    std::string name = umbra_named_description(block);
+    umbra_named_free(block);
+    return name;
+}
+
+// Each text stands at the same address as the one before, which was met there twice.
+TEST(Description, IsToldByEachOfItsBytes) {
+    for (const std::size_t length : {1U, 7U, 15U, 16U, 17U, 31U, 32U, 33U, 47U, 48U, 49U, 62U, 63U, 64U}) {
+        std::string text(length, 'b');
+        char *bytes = text.data();
+        for (std::size_t i = 0; i < length; ++i) {
+            for (const char changed : {'c', '\0', 'b'}) {
+                bytes[i] = changed;
+                const std::string expected = std::string(bytes).substr(0, 63);
+                EXPECT_EQ(name_given_for(bytes), expected) << length << ' ' << i;
+                EXPECT_EQ(name_given_for(bytes), expected) << length << ' ' << i;
+            }
+        }
+    }
+}
+
+TEST(Description, GrowsAtItsAddress) {
+    char text[80] = "";
+    for (std::size_t length = 1; length < sizeof text; ++length) {
+        text[length - 1] = 'g';
+        EXPECT_EQ(name_given_for(text), std::string(text).substr(0, 63));
+        EXPECT_EQ(name_given_for(text), std::string(text).substr(0, 63));
+    }
+}
+
+TEST(Description, IsReadToItsEndOnly) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void *memory = mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    char *end = static_cast<char *>(memory) + 2 * page;
+    ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+    for (std::size_t length = 0; length < 70; ++length) {
+        char *text = end - length - 1;
+        memset(text, 'e', length);
+        *(end - 1) = '\0';
+        EXPECT_EQ(name_given_for(text), std::string(length, 'e').substr(0, 63));
+        // What has become shorter, and what went over the end of the page before.
+        for (char *at = end - 1; at >= text; at -= 9) {
+            *at = '\0';
+            EXPECT_EQ(name_given_for(text), std::string(text).substr(0, 63));
+        }
+        char *across = end - page - 7;
+        memset(across, 'a', length);
+        across[length] = '\0';
+        EXPECT_EQ(name_given_for(across), std::string(length, 'a').substr(0, 63));
+        EXPECT_EQ(name_given_for(across), std::string(length, 'a').substr(0, 63));
+    }
+    munmap(memory, 3 * page);
 }
 
 TEST(Description, IsUnnamedWhenNull) {

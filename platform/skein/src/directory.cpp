@@ -111,8 +111,9 @@ int find_directory(char *path) {
     if (chosen[0] != '/' || length == path_size) {
         return EINVAL;
     }
-    while (length > 1 && chosen[length - 1] == '/') {
-        --length;  // a slash behind a link would have it followed
+    // "/" and "/." behind a link would have it followed.
+    while (length > 1 && (chosen[length - 1] == '/' || (chosen[length - 1] == '.' && chosen[length - 2] == '/'))) {
+        --length;
     }
     std::memcpy(path, chosen, length);
     path[length] = '\0';

@@ -17,7 +17,8 @@ struct entry_head {
     uint32_t slots = 0;
 };
 
-// Whether an entry begins at `ticket`, complete and undamaged. Trusts nothing that it reads.
+// Whether an entry begins at `ticket`, complete and undamaged. Trusts nothing that it reads. The number of slots is set
+// whenever the lengths are possible, else it is 0.
 bool read_head(const ring_slots &slots, uint64_t ticket, entry_head &head);
 
 // Copies the text of such an entry, and a NUL behind it.

@@ -77,14 +77,29 @@ void aside_name(char (&aside)[256], const char *leaf) {
     std::memcpy(aside + length, aside_suffix, sizeof aside_suffix);
 }
 
-int move_aside(const place &at, int file) {
+int write_mark(int file) {
+    const uint64_t superseded = 1;
+    const ssize_t written = pwrite(file, &superseded, sizeof superseded, offsetof(file_header, superseded));
+    if (written < 0) {
+        return errno;
+    }
+    return written == static_cast<ssize_t>(sizeof superseded) ? 0 : EIO;
+}
+
+// Those who write to the file and do not know that it was damaged change over to the next one. What does not begin like
+// a trace file is left as it is: nobody here writes to it.
+int move_aside(const place &at, int file, bool mark) {
     const removal_lock lock(file);
     if (lock.error() != 0) {
         return lock.error();
     }
-    const int error = check_name(at, file);
+    int error = check_name(at, file);
     if (error != 0) {
         return error == ENOENT ? 0 : error;
+    }
+    error = mark ? write_mark(file) : 0;
+    if (error != 0) {
+        return error;
     }
     char aside[256];
     aside_name(aside, at.leaf);
@@ -97,21 +112,35 @@ int mark_and_unlink(const place &at, int file, bool mark) {
     if (lock.error() != 0) {
         return lock.error();
     }
-    const int error = check_name(at, file);
+    int error = check_name(at, file);
+    if (error == 0 && mark) {
+        error = write_mark(file);
+    }
     if (error != 0) {
         return error;
-    }
-    const uint64_t superseded = 1;
-    if (mark && pwrite(file, &superseded, sizeof superseded, offsetof(file_header, superseded)) !=
-                    static_cast<ssize_t>(sizeof superseded)) {
-        return errno;
     }
     return unlinkat(at.directory.get(), at.leaf, 0) == 0 ? 0 : errno;
 }
 
 // -- Attaching ---------------------------------------------------------------------------------------------------
 
-enum class condition { sound, removed, damaged };
+// A copy of a trace file can have holes, for which the disk may have no room. Where the file system cannot fill them
+// itself they stay: filling them by writing would disturb those who write to the file already.
+int fill_holes(int file, uint64_t size) {
+    while (fallocate(file, 0, 0, static_cast<off_t>(size)) != 0) {
+        if (errno != EINTR) {
+            return errno == EOPNOTSUPP ? 0 : errno;
+        }
+    }
+    return 0;
+}
+
+int map_existing(int file, const file_header &header, ring &out) {
+    const int error = fill_holes(file, geometry{header.slot_size, header.slot_count}.file_size());
+    return error == 0 ? map_ring(file, header, out) : error;
+}
+
+enum class condition { sound, removed, damaged, strange };
 
 int examine(int file, file_header &header, condition &found) {
     struct stat status {};
@@ -125,8 +154,9 @@ int examine(int file, file_header &header, condition &found) {
     if (length < 0) {
         return errno;
     }
-    found = condition::damaged;
-    if (length == static_cast<ssize_t>(sizeof header) && header_is_sound(header) && header.next_ticket < ticket_limit &&
+    const bool has_header = length == static_cast<ssize_t>(sizeof header);
+    found = has_header && header.magic == file_magic ? condition::damaged : condition::strange;
+    if (has_header && header_is_sound(header) && header.next_ticket < ticket_limit &&
         geometry{header.slot_size, header.slot_count}.file_size() <= static_cast<uint64_t>(status.st_size)) {
         found = header.superseded != 0 ? condition::removed : condition::sound;
     }
@@ -151,9 +181,10 @@ int attach(const place &at, ring &out) {
         return error;
     }
     if (found == condition::sound) {
-        return map_ring(file.get(), header, out);
+        return map_existing(file.get(), header, out);
     }
-    error = found == condition::damaged ? move_aside(at, file.get()) : mark_and_unlink(at, file.get(), false);
+    error = found == condition::removed ? mark_and_unlink(at, file.get(), false)
+                                        : move_aside(at, file.get(), found == condition::damaged);
     return error == 0 ? ENOENT : error;
 }
 
@@ -285,10 +316,7 @@ int attach_successor(const char *root, const char *name, ring &out) {
     if (error != 0) {
         return error;
     }
-    if (found != condition::sound) {
-        return ENOENT;
-    }
-    return map_ring(file.get(), header, out);
+    return found == condition::sound ? map_existing(file.get(), header, out) : ENOENT;
 }
 
 int remove_file(const char *root, const char *name) {

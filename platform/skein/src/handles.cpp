@@ -11,17 +11,63 @@
 namespace skein {
 namespace {
 
-// The word: a generation in the upper half, the flags, the number of users. A handle is the generation over the slot's
-// number + 1.
-constexpr uint64_t user_mask = (1U << 26U) - 1;
-constexpr uint64_t flag_reserved = 1U << 26U;       // being filled or emptied
-constexpr uint64_t flag_spare_retired = 1U << 27U;  // the ring not in use is mapped; it goes when nobody uses the slot
-constexpr uint64_t flag_spare_locked = 1U << 28U;   // one user works on the ring not in use
-constexpr uint64_t flag_current = 1U << 29U;        // which ring is in use
-constexpr uint64_t flag_closing = 1U << 30U;
-constexpr uint64_t flag_open = 1U << 31U;
-constexpr uint32_t generation_shift = 32;
-constexpr uint64_t one_generation = uint64_t{1} << generation_shift;
+// -- The word ----------------------------------------------------------------------------------------------------
+
+enum class life : uint32_t { vacant, held, open, closing };
+enum class spare : uint32_t { none, worked, retired };
+
+template <unsigned Shift, unsigned Bits>
+struct field {
+    static constexpr uint64_t max = (uint64_t{1} << Bits) - 1;
+    static constexpr uint32_t of(uint64_t word) { return static_cast<uint32_t>(word >> Shift & max); }
+    static constexpr uint64_t set(uint64_t word, uint64_t value) {
+        return (word & ~(max << Shift)) | (value & max) << Shift;
+    }
+};
+
+constexpr unsigned user_bits = 14;
+using all_users = field<0, 2 * user_bits>;
+using current_field = field<28, 1>;
+using spare_field = field<29, 2>;
+using forks_field = field<31, 2>;
+using life_field = field<33, 2>;
+using generation_field = field<35, 29>;
+
+constexpr uint64_t user_max = (uint64_t{1} << user_bits) - 1;
+constexpr uint64_t one_user(uint32_t ring) {
+    return uint64_t{1} << (ring * user_bits);
+}
+constexpr uint64_t users_of(uint64_t word, uint32_t ring) {
+    return word >> (ring * user_bits) & user_max;
+}
+constexpr life life_of(uint64_t word) {
+    return static_cast<life>(life_field::of(word));
+}
+constexpr spare spare_of(uint64_t word) {
+    return static_cast<spare>(spare_field::of(word));
+}
+constexpr uint64_t with(uint64_t word, life value) {
+    return life_field::set(word, static_cast<uint64_t>(value));
+}
+constexpr uint64_t with(uint64_t word, spare value) {
+    return spare_field::set(word, static_cast<uint64_t>(value));
+}
+constexpr uint32_t current_of(uint64_t word) {
+    return current_field::of(word);
+}
+
+// A handle is the generation over the number of the slot + 1. What an open slot's word has in its upper bits when the
+// handle is its own:
+constexpr unsigned handle_shift = 32;
+constexpr unsigned key_shift = 33;
+constexpr uint64_t key_of_word(uint64_t word) {
+    return word >> key_shift;
+}
+constexpr uint64_t key_of_handle(uint64_t handle) {
+    return (handle >> handle_shift) << 2U | static_cast<uint64_t>(life::open);
+}
+
+// -- The table ---------------------------------------------------------------------------------------------------
 
 constexpr uint32_t chunk_slots = 64;
 constexpr uint32_t chunk_count = handle_max / chunk_slots;
@@ -41,7 +87,7 @@ handle_slot *chunk_at(uint32_t index) {
     }
     for (uint32_t k = 0; k < chunk_slots; ++k) {
         new (added + k) handle_slot;
-        added[k].word.store(one_generation, std::memory_order_relaxed);  // no small number is a handle
+        added[k].word.store(generation_field::set(0, 1), std::memory_order_relaxed);  // no small number is a handle
     }
     if (chunks[index].compare_exchange_strong(chunk, added, std::memory_order_acq_rel, std::memory_order_acquire)) {
         return added;
@@ -59,83 +105,68 @@ handle_slot *slot_of(uint64_t handle) {
     return chunk == nullptr ? nullptr : &chunk[(number - 1) % chunk_slots];
 }
 
-bool try_reserve(handle_slot &slot, uint64_t &generation) {
+// -- Changes of the word -----------------------------------------------------------------------------------------
+
+bool try_hold(handle_slot &slot) {
     uint64_t word = slot.word.load(std::memory_order_relaxed);
-    while ((word & (flag_open | flag_reserved)) == 0) {
-        // Users that came with the number of a closed handle may be about to leave: their count stays.
-        if (slot.word.compare_exchange_weak(word, word | flag_reserved, std::memory_order_acquire,
-                                            std::memory_order_relaxed)) {
-            generation = word >> generation_shift;
-            return true;
-        }
-    }
-    return false;
+    return life_of(word) == life::vacant &&
+           slot.word.compare_exchange_strong(word, with(word, life::held), std::memory_order_acquire,
+                                             std::memory_order_relaxed);
 }
 
-void empty_slot(handle_slot &slot) {
+// Of a slot that is held, or that nobody else can know of.
+void empty_slot(handle_slot &slot, uint64_t forks) {
     unmap_ring(slot.rings[0]);
     unmap_ring(slot.rings[1]);
-    // Only the count of users that came with the old number can change meanwhile.
+    const uint64_t generation = generation_field::of(slot.word.load(std::memory_order_relaxed));
+    const uint64_t next = generation == generation_field::max ? 1 : generation + 1;
+    slot.word.store(forks_field::set(generation_field::set(0, next), forks), std::memory_order_release);
+}
+
+// Makes a change in the name of a user that came with this number of forks. False: it is not counted any more.
+template <class Change>
+__attribute__((always_inline)) inline bool change_word(handle_slot &slot, uint32_t forks, Change change) {
     uint64_t word = slot.word.load(std::memory_order_relaxed);
-    uint64_t next = 0;
-    do {
-        uint64_t generation = (word >> generation_shift) + 1;
-        generation = static_cast<uint32_t>(generation) == 0 ? 1 : generation;
-        next = generation << generation_shift | (word & user_mask);
-    } while (!slot.word.compare_exchange_weak(word, next, std::memory_order_release, std::memory_order_relaxed));
-}
-
-void leave(handle_slot &slot);
-
-// Does what could not be done while the slot was in use, if it is still unused.
-void settle(handle_slot &slot) {
-    uint64_t word = slot.word.load(std::memory_order_relaxed);
-    if ((word & user_mask) != 0) {
-        return;
-    }
-    if ((word & flag_closing) != 0) {
-        if (slot.word.compare_exchange_strong(word, (word & ~(flag_open | flag_closing)) | flag_reserved,
-                                              std::memory_order_acq_rel, std::memory_order_relaxed)) {
-            empty_slot(slot);
+    while (forks_field::of(word) == forks)
+        [[likely]] {
+            if (slot.word.compare_exchange_weak(word, change(word), std::memory_order_acq_rel,
+                                                std::memory_order_relaxed)) [[likely]] {
+                return true;
+            }
         }
-    } else if ((word & flag_spare_retired) != 0) {
-        const uint64_t working = (word & ~flag_spare_retired) | flag_spare_locked;
-        if (slot.word.compare_exchange_strong(word, working + 1, std::memory_order_acq_rel,
-                                              std::memory_order_relaxed)) {
-            unmap_ring(slot.rings[(word & flag_current) != 0 ? 0 : 1]);
-            slot.word.fetch_and(~flag_spare_locked, std::memory_order_release);
-            leave(slot);
-        }
-    }
-}
-
-void leave(handle_slot &slot) {
-    const uint64_t word = slot.word.fetch_sub(1, std::memory_order_acq_rel);
-    if ((word & user_mask) == 1 && (word & (flag_closing | flag_spare_retired)) != 0) {
-        settle(slot);
-    }
-}
-
-// Counts as a user if the handle is open; returns the word, or 0.
-uint64_t enter(handle_slot &slot, uint64_t handle) {
-    const uint64_t word = slot.word.fetch_add(1, std::memory_order_acquire);
-    if (((word ^ handle) >> generation_shift) == 0 && (word & (flag_open | flag_closing)) == flag_open) {
-        return word;
-    }
-    leave(slot);
-    return 0;
-}
-
-bool lock_spare(handle_slot &slot) {
-    uint64_t word = slot.word.load(std::memory_order_relaxed);
-    while ((word & (flag_spare_locked | flag_spare_retired | flag_closing)) == 0) {
-        if (slot.word.compare_exchange_weak(word, word | flag_spare_locked, std::memory_order_acquire,
-                                            std::memory_order_relaxed)) {
-            return true;
-        }
-    }
     return false;
 }
+
+constexpr bool owes_emptying(uint64_t word) {
+    return life_of(word) == life::closing && all_users::of(word) == 0;
+}
+constexpr bool owes_unmapping(uint64_t word) {
+    return spare_of(word) == spare::retired && users_of(word, 1 - current_of(word)) == 0;
+}
+
+// Does what is owed, unless somebody else has taken it on.
+void settle(handle_slot &slot) {
+    uint64_t word = slot.word.load(std::memory_order_relaxed);
+    while (owes_emptying(word) || owes_unmapping(word)) {
+        const uint32_t old = 1 - current_of(word);
+        const bool emptying = owes_emptying(word);
+        const uint64_t next =
+            emptying ? with(with(word, life::held), spare::none) : with(word, spare::worked) + one_user(old);
+        if (!slot.word.compare_exchange_weak(word, next, std::memory_order_acq_rel, std::memory_order_relaxed)) {
+            continue;
+        }
+        if (emptying) {
+            empty_slot(slot, forks_field::of(word));
+            return;
+        }
+        unmap_ring(slot.rings[old]);
+        change_word(slot, forks_field::of(word),
+                    [&](uint64_t seen) { return with(seen, spare::none) - one_user(old); });
+        word = slot.word.load(std::memory_order_relaxed);  // the slot may have been closed meanwhile
+    }
+}
+
+// -- Looking for a successor -------------------------------------------------------------------------------------
 
 uint64_t monotonic_now() {
     timespec time{};
@@ -160,10 +191,10 @@ int reserve_handle(handle_slot *&slot, uint64_t &handle) {
         if (chunk == nullptr) {
             return ENOMEM;
         }
-        uint64_t generation = 0;
-        if (try_reserve(chunk[number % chunk_slots], generation)) {
-            slot = &chunk[number % chunk_slots];
-            handle = generation << generation_shift | (number + 1);
+        slot = &chunk[number % chunk_slots];
+        if (try_hold(*slot)) {
+            const uint64_t generation = generation_field::of(slot->word.load(std::memory_order_relaxed));
+            handle = generation << handle_shift | (number + 1);
             return 0;
         }
     }
@@ -172,52 +203,133 @@ int reserve_handle(handle_slot *&slot, uint64_t &handle) {
 
 void open_handle(handle_slot &slot) {
     slot.next_look.store(0, std::memory_order_relaxed);
-    slot.word.fetch_xor(flag_reserved | flag_open, std::memory_order_release);
+    slot.word.store(with(slot.word.load(std::memory_order_relaxed), life::open), std::memory_order_release);
 }
 
 void drop_handle(handle_slot &slot) {
-    slot.word.fetch_and(~flag_reserved, std::memory_order_release);
+    slot.word.store(with(slot.word.load(std::memory_order_relaxed), life::vacant), std::memory_order_release);
 }
 
 int close_handle(uint64_t handle) {
     handle_slot *const slot = slot_of(handle);
-    if (slot == nullptr || enter(*slot, handle) == 0) {
+    if (slot == nullptr) {
         return EBADF;
     }
-    const uint64_t word = slot->word.fetch_or(flag_closing, std::memory_order_relaxed);
-    leave(*slot);
-    return (word & flag_closing) == 0 ? 0 : EBADF;
+    uint64_t word = slot->word.load(std::memory_order_relaxed);
+    do {
+        if (key_of_word(word) != key_of_handle(handle)) {
+            return EBADF;
+        }
+    } while (!slot->word.compare_exchange_weak(word, with(word, life::closing), std::memory_order_relaxed));
+    settle(*slot);
+    return 0;
 }
 
-handle_use::handle_use(uint64_t handle) {
-    handle_slot *const slot = slot_of(handle);
-    const uint64_t word = slot == nullptr ? 0 : enter(*slot, handle);
-    if (word != 0) {
-        slot_ = slot;
-        current_ = (word & flag_current) != 0 ? 1 : 0;
+// The forking thread can be a user itself, when a signal handler forked. It finds another number of forks then, and its
+// ring is still there: a retired one goes when the next user leaves.
+void recover_slot(handle_slot &slot) {
+    const uint64_t word = slot.word.load(std::memory_order_relaxed);
+    const uint64_t forks = forks_field::of(word) + 1;
+    if (life_of(word) == life::held || life_of(word) == life::closing) {
+        empty_slot(slot, forks);
+    } else if (all_users::of(word) != 0) {
+        const bool worked = spare_of(word) == spare::worked;
+        if (worked) {
+            unmap_ring(slot.rings[1 - current_of(word)]);
+        }
+        const uint64_t alone = forks_field::set(all_users::set(word, 0), forks);
+        slot.word.store(worked ? with(alone, spare::none) : alone, std::memory_order_relaxed);
     }
+}
+
+void recover_handles() {
+    for (const std::atomic<handle_slot *> &each : chunks) {
+        handle_slot *const chunk = each.load(std::memory_order_relaxed);
+        for (uint32_t k = 0; chunk != nullptr && k < chunk_slots; ++k) {
+            recover_slot(chunk[k]);
+        }
+    }
+}
+
+handle_use::handle_use(uint64_t handle) : slot_(slot_of(handle)) {
+    if (slot_ == nullptr) {
+        error_ = EBADF;
+        return;
+    }
+    uint64_t word = slot_->word.load(std::memory_order_relaxed);
+    do {
+        ring_ = current_of(word);
+        if (key_of_word(word) != key_of_handle(handle)) [[unlikely]] {
+            error_ = EBADF;
+            return;
+        }
+        if (users_of(word, ring_) == user_max) [[unlikely]] {
+            error_ = EBUSY;
+            return;
+        }
+    } while (!slot_->word.compare_exchange_weak(word, word + one_user(ring_), std::memory_order_acquire,
+                                                std::memory_order_relaxed));
+    forks_ = forks_field::of(word);
 }
 
 handle_use::~handle_use() {
-    if (slot_ != nullptr) {
-        leave(*slot_);
+    if (error_ != 0) {
+        return;
+    }
+    uint64_t before = 0;
+    const bool counted = change_word(*slot_, forks_, [&](uint64_t word) { return (before = word) - one_user(ring_); });
+    if (!counted || life_of(before) == life::closing || spare_of(before) == spare::retired) [[unlikely]] {
+        settle(*slot_);
     }
 }
 
-void handle_use::look_for_successor() {
-    if (!time_to_look(*slot_) || !lock_spare(*slot_)) {
+void handle_use::move_to_current() {
+    uint32_t to = ring_;
+    change_word(*slot_, forks_, [&](uint64_t word) {
+        to = users_of(word, current_of(word)) == user_max ? ring_ : current_of(word);
+        return word - one_user(ring_) + one_user(to);
+    });
+    ring_ = to;
+    settle(*slot_);
+}
+
+bool handle_use::begin_work() {
+    bool begun = false;
+    change_word(*slot_, forks_, [&](uint64_t word) {
+        begun = life_of(word) == life::open && spare_of(word) == spare::none && current_of(word) == ring_;
+        return begun ? with(word, spare::worked) : word;
+    });
+    return begun;
+}
+
+// With the successor changes over to it.
+void handle_use::end_work(const ring *found) {
+    const uint32_t to = found != nullptr ? 1 - ring_ : ring_;
+    if (found != nullptr) {
+        slot_->rings[to] = *found;
+    }
+    const bool counted = change_word(*slot_, forks_, [&](uint64_t word) {
+        const uint64_t moved = current_field::set(word - one_user(ring_) + one_user(to), to);
+        return with(moved, found != nullptr ? spare::retired : spare::none);
+    });
+    if (counted) {
+        ring_ = to;
+        settle(*slot_);
+    } else if (found != nullptr) {
+        unmap_ring(slot_->rings[to]);
+    }
+}
+
+void handle_use::follow() {
+    move_to_current();
+    const uint64_t word = slot_->word.load(std::memory_order_relaxed);
+    if (!target().is_superseded() || spare_of(word) != spare::none || !time_to_look(*slot_) || !begin_work()) {
         return;
     }
     const int error = errno;
-    // Somebody else may have changed over between our entering and our locking.
-    current_ = (slot_->word.load(std::memory_order_acquire) & flag_current) != 0 ? 1 : 0;
-    const uint32_t spare = 1 - current_;
-    if (target().is_superseded() && attach_successor(slot_->root, slot_->name, slot_->rings[spare]) == 0) {
-        slot_->word.fetch_xor(flag_current | flag_spare_locked | flag_spare_retired, std::memory_order_acq_rel);
-        current_ = spare;
-    } else {
-        slot_->word.fetch_and(~flag_spare_locked, std::memory_order_release);
-    }
+    ring found;
+    const bool there_is_one = attach_successor(slot_->root, slot_->name, found) == 0;
+    end_work(there_is_one ? &found : nullptr);
     errno = error;
 }
 

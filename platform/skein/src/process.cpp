@@ -1,7 +1,6 @@
 #include "process.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <signal.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -100,10 +99,6 @@ process_status look_up(uint32_t pid) {
     return parse_stat(line);
 }
 
-void forget_identity() {
-    own_mark.store(0, std::memory_order_relaxed);
-}
-
 __attribute__((noinline)) const caller_identity &find_identity() {
     const int error = errno;
     const auto pid = static_cast<uint32_t>(getpid());
@@ -122,22 +117,13 @@ __attribute__((noinline)) const caller_identity &find_identity() {
 
 }  // namespace
 
+void forget_identity() {
+    own_mark.store(0, std::memory_order_relaxed);
+}
+
 const caller_identity &caller() {
     const uint64_t mark = own_mark.load(std::memory_order_relaxed);
     return mark != 0 && own_identity.mark == mark ? own_identity : find_identity();
-}
-
-int watch_forks() {
-    // Two threads may both get here: forgetting twice does no harm.
-    static constinit std::atomic<bool> watching{false};
-    if (watching.load(std::memory_order_acquire)) {
-        return 0;
-    }
-    const int error = pthread_atfork(nullptr, nullptr, forget_identity);
-    if (error == 0) {
-        watching.store(true, std::memory_order_release);
-    }
-    return error;
 }
 
 bool has_ended(uint64_t mark) {

@@ -28,8 +28,8 @@ struct caller_identity {
 // The calling thread's identity: a load and a comparison, except in a thread's first call and in a forked child's.
 const caller_identity &caller();
 
-// Makes caller() notice forks. Returns 0 or an errno; further calls do nothing.
-int watch_forks();
+// Makes caller() find out anew who it is; for a forked child.
+void forget_identity();
 
 // Whether the process that made the mark has ended. When in doubt it has not.
 bool has_ended(uint64_t mark);

@@ -22,6 +22,7 @@ struct skein_reader {
     char *text;
     uint64_t begin;  // the tickets of the entries that count: from `begin` to before `end`
     uint64_t end;
+    uint64_t intact;  // nothing from here on can have been overwritten by what was drawn
     uint64_t position;
     skein_file_info info;
 };
@@ -66,48 +67,55 @@ int allocate(skein_reader &reader) {
     return reader.slots.base != nullptr && reader.whole != nullptr && reader.text != nullptr ? 0 : ENOMEM;
 }
 
-// Copies one slot of the file anew.
-void refresh(skein_reader &reader, uint64_t ticket) {
+// Copies `slots` slots of the file anew, from the one of `index`; they may go on at the ring's beginning.
+void copy_anew(skein_reader &reader, uint64_t index, uint64_t slots) {
     const geometry &sizes = reader.slots.sizes;
-    const uint64_t offset = header_size + sizes.index(ticket) * sizes.slot_size;
-    read_at(reader.file.get(), reader.slots[ticket], sizes.slot_size, offset);
+    for (uint64_t done = 0; done < slots;) {
+        const uint64_t first = sizes.index(index + done);
+        const uint64_t part = std::min(slots - done, sizes.slot_count - first);
+        read_at(reader.file.get(), reader.slots.at(first), part * sizes.slot_size,
+                header_size + first * sizes.slot_size);
+        done += part;
+    }
 }
 
-// Whether a good entry begins in the slot; sets the ticket behind it.
-bool find_entry(const skein_reader &reader, uint64_t index, uint64_t &end, uint32_t &slots) {
+enum class found { nothing, whole, broken };
+
+// What begins in the slot; of what is not nothing `head` tells the slots, and of an entry that is whole the rest.
+found look_at(const skein_reader &reader, uint64_t index, entry_head &head) {
     const geometry &sizes = reader.slots.sizes;
-    const uint64_t state = *reader.slots[index];
+    const uint64_t state = *reader.slots.at(index);
     const uint64_t ticket = ticket_of(state);
-    slots = 1;
     if (state_of(state) != slot_state::first || ticket >= ticket_limit || sizes.index(ticket) != index) {
-        return false;
+        return found::nothing;
     }
-    entry_head head;
-    const bool whole = read_head(reader.slots, ticket, head);
-    slots = std::max(head.slots, 1U);
-    end = ticket + head.slots;
-    return whole;
+    return read_head(reader.slots, ticket, head) ? found::whole : found::broken;
 }
 
-// A copy of an entry that was just being overwritten is torn: a second look tells that from damage. Its slots are taken
-// anew from the last to the first, which is the one that a writer takes first.
-bool find_entry_anew(skein_reader &reader, uint64_t index, uint64_t &end, uint32_t slots) {
-    for (uint64_t each = index + slots; each-- > index;) {
-        refresh(reader, each);
+// The copy is not made at one instant: an entry that ends at the ring's beginning may have been finished after its end
+// was copied and before its first slot was. A second look tells that from damage. It is over when as much was copied as
+// the first time: a file full of broken entries takes no more time than a sound one.
+void look_again(skein_reader &reader) {
+    uint64_t left = reader.slots.sizes.slot_count;
+    for (uint64_t index = 0; index < reader.slots.sizes.slot_count; ++index) {
+        entry_head head;
+        const bool broken = look_at(reader, index, head) == found::broken;
+        const uint64_t slots = std::max(head.slots, 1U);
+        if (broken && slots <= left) {
+            copy_anew(reader, index, slots);
+            left -= slots;
+        }
     }
-    return find_entry(reader, index, end, slots);
 }
 
 // Marks the good entries; returns the first ticket after the newest of them.
 uint64_t find_entries(skein_reader &reader) {
     uint64_t newest_end = 0;
     for (uint64_t index = 0; index < reader.slots.sizes.slot_count; ++index) {
-        uint64_t end = 0;
-        uint32_t slots = 1;
-        const bool begins = state_of(*reader.slots[index]) == slot_state::first;
-        if (find_entry(reader, index, end, slots) || (begins && find_entry_anew(reader, index, end, slots))) {
+        entry_head head;
+        if (look_at(reader, index, head) == found::whole) {
             reader.whole[index] = 1;
-            newest_end = std::max(newest_end, end);
+            newest_end = std::max(newest_end, ticket_of(*reader.slots.at(index)) + head.slots);
         }
     }
     return newest_end;
@@ -126,6 +134,8 @@ void choose_window(skein_reader &reader, uint64_t newest_end, uint64_t drawn, ui
         reader.begin = std::min(lap_before(drawn_after), reader.end);
         reader.info.overrun = reader.begin - std::min(lap_before(drawn), reader.begin);
     }
+    // Whoever drew a ticket may have taken some slots of an older entry and not yet its first one.
+    reader.intact = lap_before(std::max(newest_end, drawn_after));
 }
 
 void count(skein_reader &reader) {
@@ -133,14 +143,16 @@ void count(skein_reader &reader) {
     for (uint64_t ticket = reader.begin; ticket < reader.end; ++ticket) {
         const uint64_t state = *reader.slots[ticket];
         if (state == state_word(slot_state::first, ticket)) {
-            ++(reader.whole[sizes.index(ticket)] != 0 ? reader.info.entries : reader.info.damaged);
+            const bool whole = reader.whole[sizes.index(ticket)] != 0;
+            reader.info.entries += whole ? 1 : 0;
+            reader.info.damaged += !whole && ticket >= reader.intact ? 1 : 0;
         } else if (state != 0 && state_of(state) != slot_state::busy &&
                    sizes.index(ticket_of(state)) != sizes.index(ticket)) {
             ++reader.info.damaged;
         }
     }
     for (uint64_t index = 0; index < sizes.slot_count; ++index) {
-        reader.info.unfinished += state_of(*reader.slots[index]) == slot_state::busy ? 1 : 0;
+        reader.info.unfinished += state_of(*reader.slots.at(index)) == slot_state::busy ? 1 : 0;
     }
 }
 
@@ -158,6 +170,7 @@ int copy(skein_reader &reader) {
     if (length < 0) {
         return static_cast<int>(-length);
     }
+    look_again(reader);
     const uint64_t newest_end = find_entries(reader);
     file_header after = reader.header;
     read_at(reader.file.get(), &after, sizeof after, 0);

@@ -188,10 +188,11 @@ int map_ring(int file, const file_header &header, ring &out) {
 }
 
 void unmap_ring(ring &mapped) {
-    if (mapped.base != nullptr) {
-        munmap(mapped.base, mapped.slots.sizes.file_size());
+    const ring going = mapped;
+    mapped = {};  // first: a child that another thread forks in between must not unmap what takes this place
+    if (going.base != nullptr) {
+        munmap(going.base, going.slots.sizes.file_size());
     }
-    mapped = {};
 }
 
 int append(const ring &to, uint64_t attributes, const char *text) {

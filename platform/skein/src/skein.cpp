@@ -1,5 +1,8 @@
 #include "skein/skein.h"
 
+#include <pthread.h>
+
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -12,6 +15,24 @@ namespace {
 
 skein::geometry make_geometry(uint32_t first_size, uint32_t second_size) {
     return {first_size == 0 ? 0 : second_size / first_size / 8 * 8, first_size};
+}
+
+void recover_in_child() {
+    skein::forget_identity();
+    skein::recover_handles();
+}
+
+int watch_forks() {
+    // Two threads may both get here: recovering twice does no harm.
+    static constinit std::atomic<bool> watching{false};
+    if (watching.load(std::memory_order_acquire)) {
+        return 0;
+    }
+    const int error = pthread_atfork(nullptr, nullptr, recover_in_child);
+    if (error == 0) {
+        watching.store(true, std::memory_order_release);
+    }
+    return error;
 }
 
 }  // namespace
@@ -28,7 +49,7 @@ int32_t skein_init2(const char *name, uint32_t zero_1, uint32_t zero_2, uint32_t
     }
     skein::handle_slot *slot = nullptr;
     uint64_t reserved = 0;
-    int error = skein::watch_forks();
+    int error = watch_forks();
     if (error == 0) {
         error = skein::reserve_handle(slot, reserved);
     }
@@ -67,11 +88,11 @@ int32_t _skein_str(uint64_t handle, uint64_t attributes, const char *text) {
         return EINVAL;
     }
     skein::handle_use use(handle);
-    if (!use.is_open()) {
-        return EBADF;
+    if (use.error() != 0) {
+        return use.error();
     }
     if (use.target().is_superseded()) [[unlikely]] {
-        use.look_for_successor();
+        use.follow();
     }
     return skein::append(use.target(), attributes, text);
 }

@@ -1,15 +1,17 @@
-// skein: prints and lists trace files.
+// skein: prints, lists and removes trace files.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "print.h"
@@ -23,8 +25,24 @@ constexpr int exit_usage = 2;
 
 using reader_ptr = std::unique_ptr<skein_reader, decltype(&skein_reader_close)>;
 
+// What went wrong, in words of this program where the system's would puzzle.
 std::string error_text(int32_t error) {
-    return error == EBADMSG ? "not a trace file, or damaged" : std::strerror(error);
+    switch (error) {
+        case EBADMSG:
+            return "not a trace file, or damaged";
+        case EINVAL:
+            return "not a name of a trace file (for a path begin with / or ./)";
+        case ELOOP:
+            return "is a symbolic link";
+        case ENOTDIR:
+            return "one of its directories is a symbolic link or no directory";
+        case ENOTSUP:
+            return "not a regular file";
+        case EISDIR:
+            return "is a directory";
+        default:
+            return std::strerror(error);
+    }
 }
 
 int complain(const std::string &subject, const std::string &what) {
@@ -53,20 +71,65 @@ bool is_path(const std::string &argument) {
     return starts_with(argument, "/") || starts_with(argument, "./") || starts_with(argument, "../");
 }
 
-int32_t open_reader(const std::string &directory, const std::string &argument, reader_ptr &out) {
+// Where the trace files are: the user's choice, or the library's place for them.
+struct trace_directory {
+    std::string path;
+    bool chosen = false;
+};
+
+// Complains and returns false if there is no such place.
+bool find_directory(const std::string &chosen, trace_directory &out) {
+    out = {chosen, !chosen.empty()};
+    if (out.chosen) {
+        return true;
+    }
+    std::array<char, 1024> found{};
+    if (skein_directory(found.data(), found.size()) != 0) {
+        complain("SKEIN_DIR", "must be an absolute path of at most 1023 bytes");
+        return false;
+    }
+    out.path = found.data();
+    return true;
+}
+
+int32_t open_reader(const trace_directory &directory, const std::string &name, reader_ptr &out) {
     skein_reader *reader = nullptr;
-    const int32_t error = is_path(argument) ? skein_reader_open_path(argument.c_str(), &reader)
-                                            : skein_reader_open(directory.empty() ? nullptr : directory.c_str(),
-                                                                argument.c_str(), &reader);
+    // The library looks whether its own place is safe.
+    const int32_t error = skein_reader_open(directory.chosen ? directory.path.c_str() : nullptr, name.c_str(), &reader);
     out.reset(reader);
     return error;
 }
 
+int complain_of(const trace_directory &directory, const std::string &name, int32_t error) {
+    if (error == ENOENT) {
+        return complain(name, "no such trace file in " + escape(directory.path));
+    }
+    if (error == EPERM && !directory.chosen) {
+        return complain(directory.path, "belongs to another user, or all users may write to it (--directory reads it)");
+    }
+    return complain(name, error_text(error));
+}
+
+int open_argument(const std::string &chosen, const std::string &argument, reader_ptr &out) {
+    if (is_path(argument)) {
+        skein_reader *reader = nullptr;
+        const int32_t error = skein_reader_open_path(argument.c_str(), &reader);
+        out.reset(reader);
+        return error == 0 ? 0 : complain(argument, error_text(error));
+    }
+    trace_directory directory;
+    if (!find_directory(chosen, directory)) {
+        return exit_failure;
+    }
+    const int32_t error = open_reader(directory, argument, out);
+    return error == 0 ? 0 : complain_of(directory, argument, error);
+}
+
 int print_file(const std::string &directory, const std::string &argument, const print_style &style) {
     reader_ptr reader(nullptr, skein_reader_close);
-    const int32_t error = open_reader(directory, argument, reader);
-    if (error != 0) {
-        return complain(argument, error_text(error));
+    const int opened = open_argument(directory, argument, reader);
+    if (opened != 0) {
+        return opened;
     }
     skein_entry entry{};
     while (skein_reader_next(reader.get(), &entry) == 0) {
@@ -82,70 +145,101 @@ int print_file(const std::string &directory, const std::string &argument, const 
     return result;
 }
 
-std::string format_file(const std::string &name, const skein_file_info &info, bool json) {
-    if (json) {
-        nlohmann::ordered_json object = {{"name", name},
-                                         {"slots", info.slot_count},
-                                         {"slot_size", info.slot_size},
-                                         {"entries", info.entries},
-                                         {"lost", info.lost},
-                                         {"damaged", info.damaged},
-                                         {"unfinished", info.unfinished},
-                                         {"created", format_time(info.created, false)}};
-        return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-    }
-    const std::string remarks = format_remarks(info);
-    return escape(name) + ": " + std::to_string(info.entries) + " entries, " + std::to_string(info.slot_count) +
-           " slots of " + std::to_string(info.slot_size) + " bytes" + (remarks.empty() ? "" : ", " + remarks);
-}
-
-// The regular files below the directory, by name. Links are not followed.
-std::vector<std::string> names_below(const std::filesystem::path &root) {
+// The regular files below the directory, by name. Links are not followed; directories that cannot be read are
+// complained of and passed over.
+struct listing {
     std::vector<std::string> names;
-    for (const auto &each : std::filesystem::recursive_directory_iterator(root)) {
-        if (each.symlink_status().type() == std::filesystem::file_type::regular) {
-            names.push_back(each.path().lexically_relative(root).string());
+    int result = 0;
+
+    void add_below(const std::filesystem::path &root, const std::filesystem::path &below) {
+        namespace fs = std::filesystem;
+        std::error_code error;
+        fs::directory_iterator each(root / below, error);
+        for (; !error && each != fs::directory_iterator(); each.increment(error)) {
+            std::error_code vanished;
+            const fs::file_type type = each->symlink_status(vanished).type();
+            const fs::path name = below / each->path().filename();
+            if (type == fs::file_type::directory) {
+                add_below(root, name);
+            } else if (type == fs::file_type::regular) {
+                names.push_back(name.string());
+            }
+        }
+        if (error && (below.empty() || error != std::errc::no_such_file_or_directory)) {
+            result = complain((root / below).string(), error.message());
         }
     }
-    std::sort(names.begin(), names.end());
-    return names;
+};
+
+bool was_moved_aside(const std::string &name, int32_t error) {
+    constexpr std::string_view ending = ".damaged";
+    return error == EBADMSG && name.size() > ending.size() &&
+           name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
 }
 
-int list_files(const std::string &chosen, bool json) {
-    std::string directory = chosen;
-    if (directory.empty()) {
-        std::array<char, 1024> found{};
-        const int32_t error = skein_directory(found.data(), found.size());
-        if (error != 0) {
-            return complain("SKEIN_DIR", error_text(error));
-        }
-        directory = found.data();
-        if (!std::filesystem::exists(directory)) {
-            return 0;  // nothing has been traced yet
-        }
-    }
-    int result = 0;
-    for (const std::string &name : names_below(directory)) {
-        reader_ptr reader(nullptr, skein_reader_close);
-        const int32_t error = open_reader(directory, name, reader);
-        if (error != 0) {
-            result = complain(name, error_text(error));
-            continue;
-        }
+int list_file(const trace_directory &directory, const std::string &name, bool json) {
+    reader_ptr reader(nullptr, skein_reader_close);
+    const int32_t error = open_reader(directory, name, reader);
+    if (error == 0) {
         skein_file_info info{};
         skein_reader_info(reader.get(), &info);
         print_line(format_file(name, info, json));
+    } else if (was_moved_aside(name, error)) {
+        print_line(format_aside(name, json));
+    } else if (error != ENOENT) {  // it may have been removed meanwhile
+        return complain_of(directory, name, error);
     }
-    const int output = finish_output();
-    return output != 0 ? output : result;
+    return 0;
+}
+
+int list_files(const std::string &chosen, bool json) {
+    trace_directory directory;
+    if (!find_directory(chosen, directory)) {
+        return exit_failure;
+    }
+    listing files;
+    if (directory.chosen || std::filesystem::exists(directory.path)) {
+        files.add_below(directory.path, {});
+    }
+    if (files.names.empty() && files.result == 0) {
+        complain(directory.path, "no trace files");
+        return 0;
+    }
+    std::sort(files.names.begin(), files.names.end());
+    int result = files.result;
+    for (const std::string &name : files.names) {
+        result = std::max(result, list_file(directory, name, json));
+    }
+    return std::max(result, finish_output());
+}
+
+// In a directory that was chosen, too: SKEIN_DIR is how the library is told of it.
+int delete_file(const std::string &chosen, const std::string &name) {
+    std::error_code error;
+    const std::filesystem::path path = chosen.empty() ? chosen : std::filesystem::canonical(chosen, error).string();
+    if (error) {
+        return complain(chosen, error.message());
+    }
+    if (!chosen.empty()) {
+        setenv("SKEIN_DIR", path.c_str(), 1);
+    }
+    trace_directory directory;
+    if (!find_directory({}, directory)) {
+        return exit_failure;
+    }
+    const int32_t result = skein_delete(name.c_str());
+    return result == 0 ? 0 : complain_of(directory, name, result);
 }
 
 int run(int argc, char **argv) {
     CLI::App app("Shows the trace files of running and of ended programs.", "skein");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "skein " SKEIN_VERSION);
     app.footer(
         "Names are relative to the directory of trace files: --directory, else the environment variable SKEIN_DIR,\n"
-        "else /dev/shm/skein-UID. Exit codes: 0 done, 1 something could not be read or written, 2 wrong usage.");
+        "else /dev/shm/skein-UID. A name that begins with - goes behind --: skein cat -- -name.\n"
+        "Exit codes: 0 done, also if entries are lost or damaged, which is remarked; 1 something could not be read or\n"
+        "written; 2 wrong usage.");
     std::string directory;
     std::string file;
     print_style style;
@@ -161,12 +255,19 @@ int run(int argc, char **argv) {
     list->add_option("-d,--directory", directory, "Directory of the trace files");
     list->add_flag("-j,--json", style.json, "Print one JSON object per line");
 
+    CLI::App *remove = app.add_subcommand("delete", "Remove a trace file; those who write to it change over.");
+    remove->add_option("NAME", file, "Name of a trace file")->required();
+    remove->add_option("-d,--directory", directory, "Directory of the trace files");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : exit_usage;
     }
-    return cat->parsed() ? print_file(directory, file, style) : list_files(directory, style.json);
+    if (cat->parsed()) {
+        return print_file(directory, file, style);
+    }
+    return remove->parsed() ? delete_file(directory, file) : list_files(directory, style.json);
 }
 
 }  // namespace

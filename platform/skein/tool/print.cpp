@@ -67,19 +67,25 @@ std::string hexadecimal(uint64_t value) {
     return text.data();
 }
 
+// What is not well-formed UTF-8 is replaced.
+std::string line_of(const nlohmann::ordered_json &object) {
+    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+// Many programs read the numbers of JSON as floating-point ones: words of 64 bits are given as text.
 std::string format_json(const skein_entry &entry) {
     nlohmann::ordered_json object;
     object["ticket"] = entry.ticket;
     object["time"] = format_time(entry.time, false);
-    object["nanoseconds"] = entry.time;
+    object["nanoseconds"] = std::to_string(entry.time);
     object["pid"] = entry.pid;
     object["tid"] = entry.tid;
-    object["attributes"] = entry.attributes;
+    object["attributes"] = hexadecimal(entry.attributes);
     object["text"] = std::string_view(entry.text, entry.length);
     if (entry.full_length > entry.length) {
         object["full_length"] = entry.full_length;
     }
-    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return line_of(object);
 }
 
 }  // namespace
@@ -127,23 +133,58 @@ std::string format_entry(const skein_entry &entry, const print_style &style) {
     return line;
 }
 
+std::string format_count(uint64_t count, const char *one, const char *many) {
+    return std::to_string(count) + ' ' + (count == 1 ? one : many);
+}
+
 std::string format_remarks(const skein_file_info &info) {
     std::string remarks;
     const auto add = [&](const std::string &remark) {
         remarks += remarks.empty() ? "" : ", ";
         remarks += remark;
     };
-    const auto add_count = [&](uint64_t count, const char *what) {
+    const auto add_count = [&](uint64_t count, const char *one, const char *many, const char *what) {
         if (count > 0) {
-            add(std::to_string(count) + what);
+            add(format_count(count, one, many) + ' ' + what);
         }
     };
-    add_count(info.lost, " entries lost by writers");
-    add_count(info.damaged, " entries damaged");
-    add_count(info.unfinished, " slots unfinished");
-    add_count(info.overrun, " slots overwritten while reading");
+    add_count(info.lost, "entry", "entries", "lost by writers");
+    add_count(info.damaged, "entry", "entries", "damaged");
+    add_count(info.unfinished, "slot", "slots", "unfinished");
+    add_count(info.overrun, "slot", "slots", "overwritten while reading");
     if (info.truncated != 0) {
         add("the file is cut short");
     }
+    if (info.superseded != 0) {
+        add("the file was removed or moved aside");
+    }
     return remarks;
+}
+
+std::string format_file(const std::string &name, const skein_file_info &info, bool json) {
+    if (json) {
+        return line_of({{"name", name},
+                        {"slots", info.slot_count},
+                        {"slot_size", info.slot_size},
+                        {"entries", info.entries},
+                        {"lost", info.lost},
+                        {"damaged", info.damaged},
+                        {"unfinished", info.unfinished},
+                        {"overrun", info.overrun},
+                        {"truncated", info.truncated != 0},
+                        {"superseded", info.superseded != 0},
+                        {"creator", info.creator},
+                        {"created", format_time(info.created, false)}});
+    }
+    const std::string remarks = format_remarks(info);
+    return escape(name) + ": " + format_count(info.entries, "entry", "entries") + ", " +
+           format_count(info.slot_count, "slot", "slots") + " of " + std::to_string(info.slot_size) + " bytes" +
+           (remarks.empty() ? "" : ", " + remarks);
+}
+
+std::string format_aside(const std::string &name, bool json) {
+    if (json) {
+        return line_of({{"name", name}, {"moved_aside", true}});
+    }
+    return escape(name) + ": moved aside because it was damaged";
 }

@@ -23,7 +23,17 @@ std::string escape(std::string_view text);
 // One line, without its end.
 std::string format_entry(const skein_entry &entry, const print_style &style);
 
-// What a reader of the entries should know besides: "3 entries lost, 1 damaged". Empty if there is nothing.
+// "1 entry", "3 entries".
+std::string format_count(uint64_t count, const char *one, const char *many);
+
+// What a reader of the entries should know besides: "3 entries lost by writers, 1 entry damaged". Empty if there is
+// nothing.
 std::string format_remarks(const skein_file_info &info);
+
+// A file in a list of them, without the line's end.
+std::string format_file(const std::string &name, const skein_file_info &info, bool json);
+
+// A file in a list of them that was moved aside because it was damaged, and cannot be read.
+std::string format_aside(const std::string &name, bool json);
 
 #endif

@@ -229,14 +229,13 @@ int print(int fd, const umbra_dt_flag_info &info) {
 
 }  // namespace
 
-int32_t umbra_dt_flag_init(uint64_t *flag, const char *name, uint64_t parent_flag, uint32_t /*zero_1*/,
-                           uint32_t /*zero_2*/) {
+int32_t umbra_dt_flag_init(uint64_t *flag, const char *name, uint64_t parent_flag, uint32_t zero_1, uint32_t zero_2) {
     if (flag == nullptr) {
         return EINVAL;
     }
     *flag = 0;
     const size_t length = name == nullptr ? 0 : strnlen(name, UMBRA_DT_NAME_MAX + 1);
-    if (length == 0 || length > UMBRA_DT_NAME_MAX) {
+    if (length == 0 || length > UMBRA_DT_NAME_MAX || zero_1 != 0 || zero_2 != 0) {
         return EINVAL;
     }
     const library_lock held(guarded::flags);
@@ -254,8 +253,8 @@ int32_t umbra_dt_flag_init(uint64_t *flag, const char *name, uint64_t parent_fla
     return 0;
 }
 
-int32_t umbra_dt_flag_enable(uint64_t flag, uint32_t /*zero*/) {
-    return enable(flag, true);
+int32_t umbra_dt_flag_enable(uint64_t flag, uint32_t zero) {
+    return zero == 0 ? enable(flag, true) : EINVAL;
 }
 
 int32_t umbra_dt_flag_disable(uint64_t flag) {

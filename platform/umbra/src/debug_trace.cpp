@@ -209,7 +209,7 @@ __attribute__((noinline, format(printf, 3, 0))) void log_line(uint64_t flag, uin
     log_job job;
     if (take_job(flag, filter, format, &job)) {
         char buffer[line_max];
-        umbra::text_line line(buffer, sizeof buffer - sizeof cut_mark);  // which ends with the place of the line feed
+        umbra::text_line line(buffer, sizeof buffer - 1, sizeof cut_mark - 1);  // behind it is the line feed's place
         put_time(line);
         put_source(line);
         const size_t path_at = line.size();
@@ -217,7 +217,9 @@ __attribute__((noinline, format(printf, 3, 0))) void log_line(uint64_t flag, uin
         line.put(": ");
         errno = error;
         const bool text_is_cut = put_text(line, format, args);
-        line.end_with(text_is_cut || line.is_cut() ? cut_mark : "");
+        if (text_is_cut || line.is_cut()) {
+            line.mark_cut(cut_mark);
+        }
         buffer[line.size()] = '\0';
         hand_out(job, buffer, line.size(), path_at);
     }

@@ -20,12 +20,6 @@ struct umbra_hashmap_entry {
     uint32_t hash;
 };
 
-// An iteration under way, and the entry that it visits next.
-struct umbra_hashmap_iteration {
-    umbra_hashmap_entry *next;
-    umbra_hashmap_iteration *outer;
-};
-
 struct umbra_hashmap {
     umbra_hash_fn hash;
     umbra_hash_equal_fn equal;
@@ -34,12 +28,20 @@ struct umbra_hashmap {
     uint64_t count;
     umbra_hashmap_entry *oldest;
     umbra_hashmap_entry *newest;
-    umbra_hashmap_iteration *innermost;
 };
 
 namespace {
 
-using iteration = umbra_hashmap_iteration;
+// An iteration under way, and the entry that it visits next.
+struct iteration {
+    const umbra_hashmap *map;
+    umbra_hashmap_entry *next;
+    iteration *outer;
+};
+
+// Those of this thread, of whatever maps. A map does not know of them: to iterate is to read it, and several threads
+// may do so at once.
+__thread iteration *innermost __attribute__((tls_model("initial-exec")));
 
 constexpr uint32_t fewest_bits = 3;
 constexpr uint32_t most_initial_entries = 65'536;
@@ -85,8 +87,8 @@ void append(umbra_hashmap *map, umbra_hashmap_entry *entry) {
     (map->newest != nullptr ? map->newest->newer : map->oldest) = entry;
     map->newest = entry;
     // An iteration that is at the last entry goes on with this one.
-    for (iteration *at = map->innermost; at != nullptr; at = at->outer) {
-        if (at->next == nullptr) {
+    for (iteration *at = innermost; at != nullptr; at = at->outer) {
+        if (at->map == map && at->next == nullptr) {
             at->next = entry;
         }
     }
@@ -95,7 +97,7 @@ void append(umbra_hashmap *map, umbra_hashmap_entry *entry) {
 void take_out(umbra_hashmap *map, const umbra_hashmap_entry *entry) {
     (entry->older != nullptr ? entry->older->newer : map->oldest) = entry->newer;
     (entry->newer != nullptr ? entry->newer->older : map->newest) = entry->older;
-    for (iteration *at = map->innermost; at != nullptr; at = at->outer) {
+    for (iteration *at = innermost; at != nullptr; at = at->outer) {
         if (at->next == entry) {
             at->next = entry->newer;
         }
@@ -212,13 +214,13 @@ void umbra_hashmap_iterate(umbra_hashmap *map, umbra_hashmap_visit_fn visit, voi
     if (map == nullptr || visit == nullptr) {
         return;
     }
-    iteration now{map->oldest, map->innermost};
-    map->innermost = &now;
+    iteration now{map, map->oldest, innermost};
+    innermost = &now;
     while (umbra_hashmap_entry *entry = now.next) {
         now.next = entry->newer;
         visit(map, entry, visit_ctx);
     }
-    map->innermost = now.outer;
+    innermost = now.outer;
 }
 
 void umbra_hashmap_remove_tuple(umbra_hashmap *map, umbra_hashmap_entry *entry) {

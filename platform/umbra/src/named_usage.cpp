@@ -167,6 +167,7 @@ thread_usage *begin_thread() {
         return nullptr;
     }
     auto *thread = new (memory) thread_usage{};
+    thread->latest_index = max_descriptions;
     const library_lock held(guarded::descriptions);
     thread->next = threads;
     if (threads != nullptr) {
@@ -215,12 +216,22 @@ usage_part *open_part(uint32_t index) {
     return own_part(index);
 }
 
+// The text and its NUL, unless it is as long as can be. Short ones, and such as go over the end of a page, are not
+// compared quickly.
+uint32_t quickly_compared(const char *description) {
+    constexpr size_t page_size = 4096;
+    const size_t length = strnlen(description, UMBRA_NAMED_DESCRIPTION_MAX);
+    const size_t bytes = length < UMBRA_NAMED_DESCRIPTION_MAX ? length + 1 : length;
+    const bool is_within_page = reinterpret_cast<uintptr_t>(description) % page_size <= page_size - bytes;
+    return bytes >= sizeof(__m128i) && is_within_page ? static_cast<uint32_t>(bytes) : 0;
+}
+
 void remember(const char *description, description_record *record, usage_part *part) {
     known_pair &pair = place_of(*this_thread, description);
     if (pair.newer.address != description) {
         pair.older = pair.newer;
     }
-    pair.newer = {description, record, part};
+    pair.newer = {description, record, part, record->index, quickly_compared(description)};
 }
 
 }  // namespace

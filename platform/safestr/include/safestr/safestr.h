@@ -30,10 +30,11 @@
  * one kind, the first in the parameter list comes first, except where a function says otherwise. The first constraint
  * found violated decides. Then
  *
- *  1. dest is made harmless. Functions on text make it the empty string; memcpy_s and memmove_s fill its dmax bytes
- * with zero, memset_s fills them with its value. This is left out when dest is null, or dmax is 0 or above RSIZE_MAX.
- * The memory functions leave dest alone as well when dmax bytes there would end beyond address 2^63-1: this is no size
- *     of an object (RSIZE_MAX never is), and the fill would run into memory that is not dest's.
+ *  1. dest is made harmless. Functions on text make it the empty string; memcpy_s and memmove_s
+ *     fill its dmax bytes with zero, memset_s fills them with its value. This is left out when
+ *     dest is null, or dmax is 0 or above RSIZE_MAX. The memory functions leave dest alone as
+ *     well when dmax bytes there would end beyond address 2^63-1: this is no size of an object
+ *     (RSIZE_MAX never is), and the fill would run into memory that is not dest's.
  *  2. the constraint handler is called with "function: reason", a null pointer and the number.
  *  3. the number is returned.
  *

@@ -14,8 +14,9 @@
  * @endcode
  *
  * Opening takes a copy of the ring, as it was at that moment, without a lock and without disturbing writers; whatever
- * happens to the file afterwards does not matter. Every entry is checked against its checksum. No content of a file,
- * however damaged or malicious, does more harm than wrong entries.
+ * happens to the file afterwards does not matter. It takes as much memory as the file is large, until the reader is
+ * closed. Every entry is checked against its checksum. No content of a file, however damaged or malicious, does more
+ * harm than wrong entries, and none takes much longer to read than a sound one of its size.
  *
  * Different readers can be used by different threads at once; one reader by one thread at a time.
  */
@@ -58,7 +59,7 @@ typedef struct skein_file_info {
     uint64_t damaged;     /**< entries that are there and whose content is not what was written */
     uint64_t unfinished;  /**< slots of entries under way, or left so by a writer that was killed */
     uint64_t overrun;     /**< slots that were overwritten while they were being copied */
-    uint32_t superseded;  /**< 1: the file was removed with skein_delete() */
+    uint32_t superseded;  /**< 1: the file was removed with skein_delete(), or moved aside */
     uint32_t truncated;   /**< 1: the file is shorter than its header says; what there is was read */
 } skein_file_info;
 
@@ -74,8 +75,7 @@ typedef struct skein_file_info {
  */
 int32_t skein_reader_open(const char *directory, const char *name, skein_reader **reader);
 
-/** As skein_reader_open(), for a file anywhere: @p path is an ordinary path, relative or absolute; links are followed.
- */
+/** As skein_reader_open(), for a file anywhere. @p path is an ordinary path; links are followed. */
 int32_t skein_reader_open_path(const char *path, skein_reader **reader);
 
 /**

@@ -29,12 +29,15 @@
  * mode 0700. No symbolic link is followed: one in place of a directory gives ENOTDIR, in place of the file ELOOP.
  *
  * ### fork
- * Handles work in a forked child as they do in its parent, and are closed there on their own. (A process made by
- * a bare clone() system call is not noticed: its entries would carry its parent's process number.)
+ * Handles work in a forked child as they do in its parent, whatever other threads were doing, and are closed there on
+ * their own. Two things to know: a process made without fork(), by vfork(), _Fork() or a bare clone() system call, is
+ * not noticed (its entries would carry its parent's process number); and a child that a signal handler forks should
+ * exec or exit there, not return to the function of this library that it may have interrupted.
  *
  * ### What is not guarded against
- * Somebody who shortens a trace file while a program writes to it makes that program die of SIGBUS. Remove the file, or
- * use skein_delete().
+ * Somebody who shortens a trace file while a program writes to it makes that program die of SIGBUS. Somebody who
+ * removes or renames it (rm, mv) leaves the program writing to a file that nobody finds any more. While programs write
+ * to a file, use skein_delete() or `skein delete NAME`, which they notice.
  */
 #ifndef SKEIN_SKEIN_H
 #define SKEIN_SKEIN_H
@@ -59,9 +62,11 @@ extern "C" {
  * that would need more is cut as if it were longer than SKEIN_TEXT_MAX.
  *
  * A file that exists keeps its sizes, whatever the arguments are. One that is damaged or of another version is moved
- * aside to a name with ".damaged" appended, over the one that was moved there before, and a new one is made.
- * A file appears under its name when it is complete, with all its space allocated: a full disk is reported here, not
- * later by a signal.
+ * aside to a name with ".damaged" appended, over the one that was moved there before, and a new one is made, to which
+ * those who wrote to the damaged one change over.
+ * A file appears under its name when it is complete, with all its space allocated, and the holes of one that exists (a
+ * copy can have some) are filled: a full disk is reported here, not later by a signal. (File systems without
+ * fallocate() are left their holes.)
  *
  * @param name         see above
  * @param zero_1       reserved: 0
@@ -71,10 +76,11 @@ extern "C" {
  * @param zero_3       reserved: 0
  * @param handle       receives the handle, never 0; 0 on failure
  * @return 0; EINVAL null, bad name, sizes that do not fit together, reserved argument that is not 0, SKEIN_DIR that is
- *         relative or too long; EPERM, ENOTDIR, ELOOP, EISDIR, ENOTSUP (the name is taken by something that is neither
- *         of directory, link and regular file), EACCES what stands in the way; ENOSPC, EDQUOT, EFBIG no room for the
- *         file; EMFILE more than 16384 handles, or the process's limit of open files; EBUSY a damaged file is being
- *         held; ENOMEM; other codes of the system calls
+ *         relative or too long; ENOENT the directory in which SKEIN_DIR is to be made is missing; what stands in the
+ *         way: EPERM, ENOTDIR, ELOOP, EISDIR, EACCES, ENOTSUP (the name is taken by something that is neither of
+ *         directory, link and regular file); no room for the file: ENOSPC, EDQUOT, EFBIG; EMFILE more than 16384
+ *         handles, or the process's limit of open files; EBUSY a damaged file is being held; ENOMEM; other codes of
+ *         the system calls
  */
 int32_t skein_init2(const char *name, uint32_t zero_1, uint32_t zero_2, uint32_t first_size, uint32_t second_size,
                     uint32_t zero_3, uint64_t *handle);
@@ -87,7 +93,8 @@ int32_t skein_close(uint64_t handle);
 
 /**
  * Removes the named trace file. Those who still hold it open, in all processes, notice at their next write: once
- * there is a new file of that name (looked for at most every 10 ms) they write to it, until then to the removed one.
+ * there is a new file of that name (looked for at most every 10 ms) they write to it, until then to the removed one. A
+ * handle has room for two files: it changes over again when no write to the file before the last is under way any more.
  * @return 0; ENOENT there is none; EINVAL bad name; EBUSY somebody else has been removing it for 0.2 s; else as
  *         skein_init2()
  */
@@ -100,7 +107,8 @@ int32_t skein_delete(const char *name);
  * @param attributes  kept with the entry, unused otherwise
  * @param text        NUL-terminated; copied
  * @return 0; EBADF the handle is not open (also when another thread closes it at this instant); EINVAL null text; EBUSY
- *         every slot that came up was being written by somebody else: the entry is dropped and counted as lost
+ *         every slot that came up was being written by somebody else: the entry is dropped and counted as lost;
+ *         or 16383 writes with this handle are under way: the entry is dropped
  */
 int32_t _skein_str(uint64_t handle, uint64_t attributes, const char *text);
 

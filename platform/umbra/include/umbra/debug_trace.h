@@ -8,8 +8,9 @@
  *
  * @code
  *     static uint64_t agent, agent_error;
- *     if (umbra_dt_flag_init(&agent, "agent", 0, 0, 0) != 0 || umbra_dt_flag_init(&agent_error, "error", agent, 0, 0)
- * != 0) { return EXIT_FAILURE;
+ *     if (umbra_dt_flag_init(&agent, "agent", 0, 0, 0) != 0 ||
+ *         umbra_dt_flag_init(&agent_error, "error", agent, 0, 0) != 0) {
+ *         return EXIT_FAILURE;
  *     }
  *     umbra_dt_flag_enable(agent, 0);
  *     umbra_dt_flag_enable(agent_error, 0);
@@ -55,17 +56,18 @@ extern "C" {
  * a program that do not know of each other can both register, say, "agent".
  *
  * @param flag         takes the handle, or 0 on failure
- * @param name         1 to UMBRA_DT_NAME_MAX bytes, of which the library keeps a copy
+ * @param name         1 to UMBRA_DT_NAME_MAX bytes, of which the library keeps a copy. Better without '/': in paths it
+ *                     looks as if there were another flag above
  * @param parent_flag  the flag above; 0 for one at the top
  * @param zero_1       0
  * @param zero_2       0
- * @return 0; EINVAL when `flag` or `name` is null, `name` is empty or too long, or there is no such parent;
- *         ENAMETOOLONG when the path would be longer than UMBRA_DT_PATH_MAX; ENOSPC when there are UMBRA_DT_FLAGS_MAX
- *         flags; ENOMEM
+ * @return 0; EINVAL when `flag` or `name` is null, `name` is empty or too long, there is no such parent, or one of the
+ *         zeros is not 0; ENAMETOOLONG when the path would be longer than UMBRA_DT_PATH_MAX; ENOSPC when there are
+ *         UMBRA_DT_FLAGS_MAX flags; ENOMEM
  */
 int32_t umbra_dt_flag_init(uint64_t *flag, const char *name, uint64_t parent_flag, uint32_t zero_1, uint32_t zero_2);
 
-/** Enables a flag. @param zero 0. @return 0, or EINVAL when there is no such flag */
+/** Enables a flag. @param zero 0. @return 0, or EINVAL when there is no such flag or `zero` is not 0 */
 int32_t umbra_dt_flag_enable(uint64_t flag, uint32_t zero);
 
 /** Disables a flag. @return 0, or EINVAL when there is no such flag */
@@ -81,7 +83,7 @@ int32_t umbra_dt_flag_disable(uint64_t flag);
  */
 int32_t umbra_dt_flag_destroy(uint64_t flag);
 
-/** @return the handle of the flag with a path such as "agent/error"; 0 when there is none, or for null */
+/** @return the handle of the first flag with a path such as "agent/error"; 0 when there is none, or for null */
 uint64_t umbra_dt_flag_find(const char *path);
 
 /** A flag as a front end shows it. */
@@ -108,7 +110,7 @@ uint64_t umbra_dt_flags(umbra_dt_flag_info *entries, uint64_t capacity);
  * path.
  *
  * @param fd  the file descriptor to write to
- * @return 0, or the errno of the write that failed
+ * @return 0, or the errno of the write that failed; EPIPE comes without a SIGPIPE
  */
 int32_t umbra_dt_flags_print(int32_t fd);
 
@@ -123,12 +125,15 @@ int32_t umbra_dt_flags_print(int32_t fd);
  *
  * The line is "TIME PROCESS/THREAD PATH: TEXT", where the time is UTC with microseconds, as in the example above. Of
  * the text's first 2048 bytes and of the line's first 4096, its line feed included, nothing is lost; where a line was
- * cut, it ends in " [cut]". Control characters of the text are written as \t, \n, \r or \xNN, so that one log is one
- * line; a single line feed at its end is dropped. A text that cannot be formatted is replaced by its format.
+ * cut, it ends in " [cut]". One log is one line, and does nothing to a terminal but show: tabulator, line feed and
+ * carriage return are written as \t, \n and \r, and as \xNN each byte of other control characters, of those that change
+ * the direction of writing, and of what is not UTF-8. A single line feed at the text's end is dropped. A text that
+ * cannot be formatted is replaced by its format.
  *
  * A line takes one write(2), which no other line of any thread can cut in two; nor can one of another process where the
  * stream is a pipe or a file opened to append. (A second write follows if the first took less than the line.) A line
- * that the stream does not take is lost, and counted: umbra_dt_lost_lines().
+ * that the stream does not take is lost, and counted: umbra_dt_lost_lines(). So is one to a pipe or socket whose reader
+ * is gone: no SIGPIPE comes of it, however the program handles that signal.
  *
  * When the flag is off or the filter word is 0, nothing is formatted, no lock is taken and nothing is written. Logging
  * allocates no memory, except for what printf(3) and syslog(3) do. errno is kept, and %m prints it.
@@ -162,7 +167,8 @@ void umbra_dt_log_to_syslog(int32_t priority);
 /**
  * Takes a line.
  *
- * It can be called from several threads at once. What it logs itself goes to the other outputs only.
+ * It can be called from several threads at once. What it logs itself goes to the other outputs only. It has to return:
+ * neither longjmp, nor an exception, nor the end of its thread may leave it.
  *
  * @param line    the line as it is written to a stream, with a NUL in the place of its line feed; valid for the call
  * @param length  bytes before the NUL

@@ -31,8 +31,8 @@
  *
  * Memory comes from umbra_named_malloc_ and umbra_named_calloc_ under "umbra hash map", "umbra hash map table" and
  * "umbra hash map entry". Nothing is locked: a map that is used by several threads is guarded by them, though several
- * may read it at once while none changes it. Except where it is said, a null argument makes a function do nothing and
- * return null or 0.
+ * may read it at once while none changes it; an iteration whose visits change nothing reads. Except where it is said, a
+ * null argument makes a function do nothing and return null or 0.
  */
 #ifndef UMBRA_HASHMAP_H
 #define UMBRA_HASHMAP_H
@@ -62,7 +62,7 @@ typedef void (*umbra_hashmap_visit_fn)(umbra_hashmap *map, umbra_hashmap_entry *
  *
  * @param[out] map the map; null after a failure
  * @param initial_size how many entries there will probably be; it saves the map from growing on the way there. 0 is
- * fine; what is above 65,536 counts as that
+ *        fine; what is above 65,536 counts as that
  * @param flags 0
  * @return 0; EINVAL: a null argument, or a flag; ENOMEM
  */
@@ -76,7 +76,7 @@ umbra_hashmap_entry *umbra_hashmap_get(umbra_hashmap *map, const void *key);
  * Appends an entry, unless there is one of an equal key: that one stays as it is (see umbra_hashmap_set_value).
  *
  * @return 1: the entry is there. 0: the key was there already, or there is no memory, or the map is null or has
- * UINT32_MAX entries: the map is as before, and @p key and @p value are still the caller's to release
+ *         UINT32_MAX entries: the map is as before, and @p key and @p value are still the caller's to release
  */
 int umbra_hashmap_insert(umbra_hashmap *map, void *key, void *value);
 
@@ -100,7 +100,8 @@ umbra_hashmap_entry *umbra_hashmap_next(umbra_hashmap *map, umbra_hashmap_entry 
 
 /**
  * Calls @p visit with each entry, the oldest first, and with @p visit_ctx, which may be null. The visit may remove its
- * entry and any other, insert entries, which are visited in turn, and iterate itself; it must not free the map.
+ * entry and any other, insert entries, which are visited in turn, and iterate itself: all that on the thread that it is
+ * called on. It must not free the map, and has to return: neither longjmp nor an exception may leave it.
  */
 void umbra_hashmap_iterate(umbra_hashmap *map, umbra_hashmap_visit_fn visit, void *visit_ctx);
 

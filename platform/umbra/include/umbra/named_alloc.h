@@ -29,7 +29,9 @@
  *
  * Misuse. A library that was built with UMBRA_CHECK_BLOCKS (a build without NDEBUG, unless set to 0 or 1) ends the
  * program by abort(3), after one line on standard error, when it is handed a block that was freed before or a pointer
- * that it did not give out; blocks cost 32 bytes more there. Other builds do not look.
+ * that it did not give out. The line names the description of a freed block while its memory is as it was left; a block
+ * whose memory is in use again cannot be told from a live one, and misuse of it may go unnoticed. Blocks cost 48 bytes
+ * more than was asked for in such a build, and each check is a system call. Other builds do not look.
  */
 #ifndef UMBRA_NAMED_ALLOC_H
 #define UMBRA_NAMED_ALLOC_H
@@ -106,8 +108,9 @@ typedef struct umbra_named_usage {
 /**
  * Takes the figures of all descriptions under which anything was ever allocated, in the order of strcmp(3).
  *
- * While other threads allocate and free, the figures of one entry may belong to slightly different moments, but no more
- * blocks or bytes are ever seen freed than allocated.
+ * While other threads allocate and free, the figures of one entry belong to different moments: blocks that are freed
+ * while the report is being made may count as live, and so may raise the peak that it shows. No more blocks or bytes
+ * are ever seen freed than allocated.
  *
  * @param entries   takes the first `capacity` of them; may be null when `capacity` is 0
  * @param capacity  number of elements of `entries`
@@ -136,7 +139,7 @@ void umbra_named_total(umbra_named_usage *total);
  * Prints the report as a table: a head, one line for each description and one for the total. Needs no memory.
  *
  * @param fd  the file descriptor to write to
- * @return 0, or the errno of the write that failed
+ * @return 0, or the errno of the write that failed; EPIPE comes without a SIGPIPE
  */
 int32_t umbra_named_report_print(int32_t fd);
 

@@ -108,8 +108,7 @@ struct umbra_wavl_link {
 
 /** A node with its first link. The links of further indexes follow directly. */
 struct umbra_wavl_node {
-    uint64_t
-        owner; /**< the number of the tree that the node is in, and how many links it has; the latter alone: none */
+    uint64_t owner; /**< the number of the node's tree, 0 for none, and how many links the node has */
     umbra_wavl_link links[1];
 };
 
@@ -198,6 +197,11 @@ rcode umbra_wavl_check(const umbra_wavl_tree *tree);
 
 #pragma GCC visibility pop
 
+#ifdef __cplusplus
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast"  // C has no other
+#endif
+
 /** @return the index that @p link, not null, belongs to */
 static inline uint32_t umbra_wavl_link_index(const umbra_wavl_link *link) {
     return (uint32_t)(link->parent & (UMBRA_WAVL_MAX_INDEXES - 1));
@@ -235,6 +239,7 @@ static inline uint32_t umbra_wavl_link_rank_difference(const umbra_wavl_link *li
 }
 
 #ifdef __cplusplus
+#pragma GCC diagnostic pop
 }
 #endif
 
