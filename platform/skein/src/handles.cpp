@@ -123,17 +123,16 @@ void empty_slot(handle_slot &slot, uint64_t forks) {
     slot.word.store(forks_field::set(generation_field::set(0, next), forks), std::memory_order_release);
 }
 
-// Makes a change in the name of a user that came with this number of forks. False: it is not counted any more.
+// Makes a change in the name of a user, which saw the word as `seen` when it was counted or later; as a rule it still
+// is that. False: the user is not counted any more.
 template <class Change>
-__attribute__((always_inline)) inline bool change_word(handle_slot &slot, uint32_t forks, Change change) {
-    uint64_t word = slot.word.load(std::memory_order_relaxed);
-    while (forks_field::of(word) == forks)
-        [[likely]] {
-            if (slot.word.compare_exchange_weak(word, change(word), std::memory_order_acq_rel,
-                                                std::memory_order_relaxed)) [[likely]] {
-                return true;
-            }
+__attribute__((always_inline)) inline bool change_word(handle_slot &slot, uint64_t seen, Change change) {
+    uint64_t word = seen;
+    do {
+        if (slot.word.compare_exchange_weak(word, change(word), std::memory_order_acq_rel, std::memory_order_relaxed)) {
+            return true;
         }
+    } while (forks_field::of(word) == forks_field::of(seen));
     return false;
 }
 
@@ -160,8 +159,7 @@ void settle(handle_slot &slot) {
             return;
         }
         unmap_ring(slot.rings[old]);
-        change_word(slot, forks_field::of(word),
-                    [&](uint64_t seen) { return with(seen, spare::none) - one_user(old); });
+        change_word(slot, next, [&](uint64_t seen) { return with(seen, spare::none) - one_user(old); });
         word = slot.word.load(std::memory_order_relaxed);  // the slot may have been closed meanwhile
     }
 }
@@ -269,7 +267,7 @@ handle_use::handle_use(uint64_t handle) : slot_(slot_of(handle)) {
         }
     } while (!slot_->word.compare_exchange_weak(word, word + one_user(ring_), std::memory_order_acquire,
                                                 std::memory_order_relaxed));
-    forks_ = forks_field::of(word);
+    seen_ = word + one_user(ring_);
 }
 
 handle_use::~handle_use() {
@@ -277,7 +275,7 @@ handle_use::~handle_use() {
         return;
     }
     uint64_t before = 0;
-    const bool counted = change_word(*slot_, forks_, [&](uint64_t word) { return (before = word) - one_user(ring_); });
+    const bool counted = change_word(*slot_, seen_, [&](uint64_t word) { return (before = word) - one_user(ring_); });
     if (!counted || life_of(before) == life::closing || spare_of(before) == spare::retired) [[unlikely]] {
         settle(*slot_);
     }
@@ -285,21 +283,21 @@ handle_use::~handle_use() {
 
 void handle_use::move_to_current() {
     uint32_t to = ring_;
-    change_word(*slot_, forks_, [&](uint64_t word) {
+    const bool counted = change_word(*slot_, seen_, [&](uint64_t word) {
         to = users_of(word, current_of(word)) == user_max ? ring_ : current_of(word);
         return word - one_user(ring_) + one_user(to);
     });
-    ring_ = to;
+    ring_ = counted ? to : ring_;
     settle(*slot_);
 }
 
 bool handle_use::begin_work() {
     bool begun = false;
-    change_word(*slot_, forks_, [&](uint64_t word) {
+    const bool counted = change_word(*slot_, seen_, [&](uint64_t word) {
         begun = life_of(word) == life::open && spare_of(word) == spare::none && current_of(word) == ring_;
         return begun ? with(word, spare::worked) : word;
     });
-    return begun;
+    return counted && begun;
 }
 
 // With the successor changes over to it.
@@ -308,7 +306,7 @@ void handle_use::end_work(const ring *found) {
     if (found != nullptr) {
         slot_->rings[to] = *found;
     }
-    const bool counted = change_word(*slot_, forks_, [&](uint64_t word) {
+    const bool counted = change_word(*slot_, seen_, [&](uint64_t word) {
         const uint64_t moved = current_field::set(word - one_user(ring_) + one_user(to), to);
         return with(moved, found != nullptr ? spare::retired : spare::none);
     });

@@ -79,8 +79,8 @@ class handle_use {
     void end_work(const ring *found);
 
     handle_slot *slot_ = nullptr;
+    uint64_t seen_ = 0;  // the word when it had counted us
     uint32_t ring_ = 0;
-    uint32_t forks_ = 0;
     int error_ = 0;
 };
 
