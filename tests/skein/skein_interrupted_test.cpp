@@ -68,7 +68,6 @@ namespace skein_test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 // A handle looks for a successor at most every 10 ms.
 void wait_for_the_next_look() {

@@ -243,10 +243,9 @@ TEST_F(DebugLog, EscapesControlCharacters) {
 
 TEST_F(DebugLog, EscapesWhatDoesMoreToATerminalThanToShow) {
     // A control sequence of one byte or two, changes of direction, and bytes that are no characters.
-    LOG(nullptr, "%s",
-        "\x9b"
-        "2J \xc2\x9b"
-        "2J \xe2\x80\xae \xe2\x81\xa6");
+    const char right_to_left[] = {'\xe2', '\x80', '\xae', '\0'};
+    const char isolated[] = {'\xe2', '\x81', '\xa6', '\0'};
+    LOG(nullptr, "%s2J %s2J %s %s", "\x9b", "\xc2\x9b", right_to_left, isolated);
     EXPECT_EQ(text_written(), "\\x9b2J \\xc2\\x9b2J \\xe2\\x80\\xae \\xe2\\x81\\xa6\n");
     LOG(nullptr, "%s", "\xc1\x81 \xe0\x80\x8a \xed\xa0\x80 \xf4\x90\x80\x80 \xff \xe4");
     EXPECT_EQ(text_written(), "\\xc1\\x81 \\xe0\\x80\\x8a \\xed\\xa0\\x80 \\xf4\\x90\\x80\\x80 \\xff \\xe4\n");
