@@ -148,6 +148,24 @@ TEST_F(SkeinFileAtRest, AnOldEntryThatIsPartlyOverwrittenIsNotDamage) {
     EXPECT_EQ(read.info.unfinished, 1U);
 }
 
+// 16 is drawn by a writer that sleeps, and 17 has taken the place of 1: with 0 there would be a gap.
+TEST_F(SkeinFileAtRest, EntriesInFrontOfOneThatIsBeingOverwrittenAreLeftOut) {
+    for (int number = 0; number < 16; ++number) {
+        image_.append(std::to_string(number));
+    }
+    image_.next_ticket() = 18;
+    image_.set_busy(17, getpid(), token_of(getpid()));
+    write_bytes(path("a"), image_.bytes());
+    const contents busy = read_trace("a");
+    ASSERT_EQ(busy.entries.size(), 14U);
+    EXPECT_EQ(busy.entries.front().text, "2");
+    image_.set_state(17, image_free);
+    write_bytes(path("a"), image_.bytes());
+    const contents given_up = read_trace("a");
+    ASSERT_EQ(given_up.entries.size(), 14U);
+    EXPECT_EQ(given_up.entries.front().text, "2");
+}
+
 TEST_F(SkeinFileAtRest, AnEntryThatNobodyCanBeOverwritingIsDamage) {
     image_.append("0");
     image_.append(two_slots);

@@ -121,14 +121,31 @@ uint64_t find_entries(skein_reader &reader) {
     return newest_end;
 }
 
+// The end of what writers have taken behind the newest entry, in slots that they are still in or have given up. The
+// entries of the lap before are gone there, while older ones, whose takers sleep, may still stand.
+uint64_t taken_end(const skein_reader &reader, uint64_t newest_end) {
+    const uint64_t count = reader.slots.sizes.slot_count;
+    uint64_t end = newest_end;
+    for (uint64_t ticket = newest_end; ticket < newest_end + count; ++ticket) {
+        const uint64_t word = *reader.slots[ticket];
+        const bool busy = state_of(word) == slot_state::busy && ((word ^ ticket) & busy_ticket_mask) == 0;
+        const bool given_up = word == state_word(slot_state::free, ticket);
+        const bool half_published = end == ticket && word == state_word(slot_state::further, ticket);
+        if (busy || given_up || half_published) {
+            end = ticket + 1;
+        }
+    }
+    return end;
+}
+
 // `drawn` is the ticket counter before the copy was made, `drawn_after` after it. If it moved, what was drawn meanwhile
 // was copied in part only and is left out, as are the old entries that it overwrote. A counter that contradicts the
 // entries is damaged and is not used.
 void choose_window(skein_reader &reader, uint64_t newest_end, uint64_t drawn, uint64_t drawn_after) {
     const uint64_t count = reader.slots.sizes.slot_count;
     const auto lap_before = [&](uint64_t ticket) { return ticket > count ? ticket - count : 0; };
-    reader.begin = lap_before(newest_end);
     reader.end = newest_end;
+    reader.begin = std::min(lap_before(taken_end(reader, newest_end)), reader.end);
     if (drawn < drawn_after && newest_end <= drawn_after) {
         reader.end = std::min(newest_end, drawn);
         reader.begin = std::min(lap_before(drawn_after), reader.end);
