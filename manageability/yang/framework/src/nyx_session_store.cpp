@@ -87,7 +87,7 @@ void remove_node(nyx_api_ctx *nyx_ctx, session_tree_node *node, std::uint32_t se
             static_cast<std::int32_t>(session_id));
 }
 
-void release_owned(void *block) {
+void release_if_any(void *block) {
     if (block != nullptr) {
         umbra_named_free(block);
     }
@@ -114,7 +114,7 @@ rcode nyx_session_store_cleanup(nyx_api_ctx *nyx_ctx) {
     NYX_ASSERT_NOT_NULL(nyx_ctx);
     const session_tree_node *refused = nullptr;
     while (session_tree_node *const node = tree_node(umbra_wavl_get_first(&nyx_ctx->session_tree, 0))) {
-        release_owned(node->session);
+        release_if_any(node->session);
         if (umbra_wavl_delete(&nyx_ctx->session_tree, &node->node) != nullptr) {
             umbra_named_free(node);
             continue;
@@ -177,8 +177,8 @@ void nyx_session_destroy(nyx_api_ctx *nyx_ctx, nyx_session_ctx *session) {
                 static_cast<std::int32_t>(session->session_id));
     } else {
         remove_node(nyx_ctx, node, session->session_id);
-        release_owned(session->session_owned_a);
-        release_owned(session->session_owned_b);
+        release_if_any(session->session_owned_a);
+        release_if_any(session->session_owned_b);
     }
     umbra_named_free(session);
 }
