@@ -1,48 +1,24 @@
 // A log site that nobody listens to, and a trace line, beside what formats the line and beside a logging library.
-#include <skein/skein.h>
 #include <spdlog/sinks/ringbuffer_sink.h>
 #include <spdlog/spdlog.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
 
 #include "nyx_log.h"
 #include "pairs.h"
+#include "trace_directory.h"
 
 namespace {
-
-// A directory that goes with the program.
-class trace_directory {
-  public:
-    trace_directory() {
-        if (mkdtemp(path_.data()) == nullptr || setenv("SKEIN_DIR", path_.c_str(), 1) != 0) {
-            std::abort();
-        }
-    }
-    ~trace_directory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    trace_directory(const trace_directory &) = delete;
-    trace_directory &operator=(const trace_directory &) = delete;
-
-  private:
-    std::string path_ = "/dev/shm/nyx_bench_XXXXXX";
-};
 
 nyx_api_ctx *traced_context() {
     static trace_directory directory;
     static nyx_api_ctx api;
     if (api.debug.trace_handle == 0) {
-        const nyx_trace_table_entry &file = trace_table[NYX_COMPONENT_NYX];
-        if (skein_init2("bench-nyx/processor.trace", 0, 0, file.first_size, file.second_size, 0,
-                        &api.debug.trace_handle) != 0) {
-            std::abort();
-        }
+        api.debug.trace_handle = directory.open("bench-nyx/processor.trace");
         api.debug.trace_enabled = 1;
     }
     return &api;

@@ -55,6 +55,7 @@ int main(int argc, char **argv) {
     add_wavl_tree(all);
     add_log_sites(all);
     add_sessions(all);
+    add_trace_dumps(all);
     std::printf("%-44s %10s %10s %8s\n", "ns per operation, fastest of the rounds", "ours", "peer", "ratio");
     int missed = 0;
     for (const pair_of_loops &pair : all) {

@@ -43,5 +43,6 @@ void add_named_allocation(pairs &all);
 void add_wavl_tree(pairs &all);
 void add_log_sites(pairs &all);
 void add_sessions(pairs &all);
+void add_trace_dumps(pairs &all);
 
 #endif

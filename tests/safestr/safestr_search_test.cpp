@@ -113,6 +113,60 @@ TEST_F(SafestrSearch, FindsACharacterInATextWithoutEnd) {
     EXPECT_EQ(first, dest + 5);
 }
 
+// What is behind the match need not be there, however far the bound goes.
+TEST_F(SafestrSearch, ReadsNothingBehindTheFirstCharacterThatMatches) {
+    fenced_memory memory(4);
+    for (const std::size_t before : {0U, 1U, 15U, 31U, 32U, 33U, 95U, 96U, 97U, 4095U, 4096U, 4097U, 9000U}) {
+        for (const char c : {'c', '\xE9', '\0'}) {
+            char *const dest = memory.lay(std::string(before, 'x') + c);
+            for (const rsize_t dmax :
+                 {static_cast<rsize_t>(before + 1), static_cast<rsize_t>(before + 5000), RSIZE_MAX}) {
+                char *first = nullptr;
+                ASSERT_EQ(strfirstchar_s(dest, dmax, c, &first), 0);
+                ASSERT_EQ(first, dest + before);
+            }
+        }
+    }
+}
+
+TEST_F(SafestrSearch, ReadsNothingBehindTheBound) {
+    fenced_memory memory(4);
+    for (const std::size_t length : {1U, 31U, 32U, 33U, 95U, 96U, 97U, 4095U, 4096U, 4097U, 9000U}) {
+        char *const dest = memory.lay(std::string(length, 'x'));
+        for (const char c : {'c', '\0'}) {
+            char *first = dest;
+            ASSERT_EQ(strfirstchar_s(dest, length, c, &first), 407);
+            ASSERT_EQ(first, nullptr);
+            EXPECT_EQ(violation_recorder::take(),
+                      (std::vector<violation>{{"strfirstchar_s: dest is unterminated", 407}}));
+        }
+    }
+}
+
+// Wherever the text lies in its page, and wherever the character in the text.
+TEST_F(SafestrSearch, FindsACharacterAtEveryPlace) {
+    fenced_memory memory(3);
+    for (std::size_t length = 1; length <= 300; ++length) {
+        char *const dest = memory.lay(std::string(length, 'x') + '\0' + std::string(4000, 'c'));
+        char *first = dest;
+        ASSERT_EQ(strfirstchar_s(dest, RSIZE_MAX, 'c', &first), 3);
+        ASSERT_EQ(first, nullptr);
+        for (std::size_t position = 0; position < length; ++position) {
+            dest[position] = 'c';
+            ASSERT_EQ(strfirstchar_s(dest, RSIZE_MAX, 'c', &first), 0);
+            ASSERT_EQ(first, dest + position);
+            ASSERT_EQ(strfirstchar_s(dest, position + 1, 'c', &first), 0);
+            ASSERT_EQ(first, dest + position);
+            for (std::size_t bound = position; bound != 0; bound /= 2) {
+                ASSERT_EQ(strfirstchar_s(dest, bound, 'c', &first), 407);
+                ASSERT_EQ(first, nullptr);
+            }
+            dest[position] = 'x';
+        }
+    }
+    violation_recorder::take();
+}
+
 TEST_F(SafestrSearch, FindsNothingBehindTheTerminator) {
     char *const dest = dest_memory.lay("ab\0c\0"s);
     char *first = dest;

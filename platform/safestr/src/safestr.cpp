@@ -170,6 +170,27 @@ errno_t refuse_memory(const constraint &broken, void *dest, int value, rsize_t d
     return report(broken);
 }
 
+// The first `wanted` among dmax characters; the terminator, if it comes before; the end of the bound, if neither comes.
+// It looks ahead by stretches that grow and that end where a page ends: a search takes as long as its way is, however
+// long the text, and what is behind the page of its end need not exist.
+char *go_to(char *at, rsize_t dmax, char wanted) {
+    constexpr rsize_t page_size = 4096;
+    for (rsize_t stretch = 32; dmax != 0; stretch = std::min(2 * stretch, page_size)) {
+        const rsize_t rest_of_page = page_size - reinterpret_cast<uintptr_t>(at) % page_size;
+        const rsize_t ahead = std::min({dmax, stretch, rest_of_page});
+        const rsize_t length = strnlen(at, ahead);
+        if (void *const found = std::memchr(at, static_cast<unsigned char>(wanted), length); found != nullptr) {
+            return static_cast<char *>(found);
+        }
+        at += length;
+        if (length != ahead) {
+            break;
+        }
+        dmax -= ahead;
+    }
+    return at;
+}
+
 }  // namespace
 
 errno_t strcpy_s(char *dest, rsize_t dmax, const char *src) {
@@ -252,14 +273,16 @@ errno_t strfirstchar_s(char *dest, rsize_t dmax, char c, char **first) {
     if (broken.broken) {
         return report(broken);
     }
-    const rsize_t length = strnlen(dest, dmax);
-    // The terminator, where there is one, can be found as well.
-    *first = static_cast<char *>(std::memchr(dest, static_cast<unsigned char>(c), length < dmax ? length + 1 : length));
-    if (*first != nullptr) {
-        return 0;
+    char *const found = go_to(dest, dmax, c);
+    const constraint unterminated = terminated<"strfirstchar_s">(static_cast<rsize_t>(found - dest), dmax);
+    if (unterminated.broken) {
+        return report(unterminated);
     }
-    const constraint unterminated = terminated<"strfirstchar_s">(length, dmax);
-    return unterminated.broken ? report(unterminated) : static_cast<errno_t>(SAFE_STR_NOT_FOUND);
+    if (*found != c) {
+        return SAFE_STR_NOT_FOUND;
+    }
+    *first = found;
+    return 0;
 }
 
 safe_str_constraint_handler set_safe_str_constraint_handler(safe_str_constraint_handler handler) {

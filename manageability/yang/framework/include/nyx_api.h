@@ -56,8 +56,8 @@ struct nyx_api_ctx {
 
 /** A request under way; owned by the caller. */
 typedef struct nyx_request_ctx {
-    nyx_api_ctx *nyx_ctx;
-    quill_nyx_request *request;
+    nyx_api_ctx *nyx_ctx;       /**< the API context that serves it */
+    quill_nyx_request *request; /**< the request, as decoded */
 } nyx_request_ctx;
 
 /** The context through which operations without a context argument log; null until it is set. */

@@ -6,11 +6,11 @@
  * @section quill_records Records
  *
  * A record is a plain structure that its user fills member by member, always setting a member's presence bit
- * (has_<member>) together with its value. A zero-filled record is a valid empty record. Zero a record before its first
+ * (has_MEMBER) together with its value. A zero-filled record is a valid empty record. Zero a record before its first
  * use, also before it is decoded or copied into: presence bits that belong to no member are never changed.
  *
  *  - Strings are NUL-terminated and owned by the record; null means "none".
- *  - A repeated member is an array and a 32-bit count (<member>_count) under one presence bit; the record owns the
+ *  - A repeated member is an array and a 32-bit count (MEMBER_count) under one presence bit; the record owns the
  *    array and everything in its elements.
  *  - Nested records are held inline.
  *  - An enumeration is a uint32_t with named constants: any value is carried.
