@@ -2,11 +2,12 @@
 
 #include <quill_nyx.h>
 
+#include <new>
 #include <ostream>
 #include <string>
 #include <utility>
 
-#include "checks.h"
+#include "failure.h"
 #include "log.h"
 #include "reply_xml.h"
 #include "request_xml.h"
@@ -28,14 +29,14 @@ message encode(const quill_nyx_request &request) {
 
 /* The processor is this program's own: its replies need no memory budget. */
 void decode(const message &reply, owned_result &result) {
-    if (quill_nyx_request_result_decode_ext(&result.record, reply.bytes.data(), reply.bytes.size(), take_block, nullptr,
-                                            0) != 0) {
+    if (quill_nyx_request_result_decode_ext(&result.record, reply.bytes.data(), reply.bytes.size(), nyx_gpb_alloc,
+                                            nullptr, 0) != 0) {
         throw conversation_error("the processor's reply cannot be decoded");
     }
 }
 
 void decode(const message &reply, owned_response &response) {
-    if (quill_nyx_response_decode_ext(&response.record, reply.bytes.data(), reply.bytes.size(), take_block, nullptr,
+    if (quill_nyx_response_decode_ext(&response.record, reply.bytes.data(), reply.bytes.size(), nyx_gpb_alloc, nullptr,
                                       0) != 0) {
         throw conversation_error("the processor's reply cannot be decoded");
     }
@@ -63,20 +64,20 @@ std::vector<std::string_view> split_messages(std::string_view text) {
     return messages;
 }
 
-bool agent::handle(std::string_view text, uint32_t session) {
+bool agent::handle(std::string_view text, const speaker &from) {
     bool succeeded = true;
     for (const std::string_view one : split_messages(text)) {
-        succeeded = handle_one(one, session) && succeeded;
+        succeeded = handle_one(one, from) && succeeded;
     }
     return succeeded;
 }
 
-bool agent::handle_one(std::string_view text, uint32_t session) {
-    const uint32_t id = session_id(session);
+bool agent::handle_one(std::string_view text, const speaker &from) {
+    const std::optional<uint32_t> id = session_id(from);
     xml_document document;
     owned_request request;
     owned_result result;
-    const nyx_request_ctx under_way{&api_, &request.record};
+    nyx_request_ctx under_way{&api_, &request.record};
     try {
         document = parse_xml(text);
         read_request(rpc_element(document), request.record);
@@ -87,18 +88,33 @@ bool agent::handle_one(std::string_view text, uint32_t session) {
         }
         take_result(request.record, reply, result);
     } catch (const rpc_failure &failure) {
-        LOG_REQUEST(WRN, NYX, under_way, nullptr, "not sent: %s: %s", failure.tag.c_str(), failure.message.c_str());
-        set_failure(result.record, failure);
+        write_failure(failure, under_way, nullptr, result.record);
+        const quill_nyx_error &error = result.record.error;
+        LOG_REQUEST(WRN, NYX, under_way, nullptr, "not sent: %s", error.error_tag == nullptr ? "?" : error.error_tag);
+    } catch (const std::bad_alloc &) {
+        nyx_nomem_error_set(&result.record);
     }
     print(write_reply(document == nullptr ? nullptr : xmlDocGetRootElement(document.get()), result.record));
     return result.record.uint32_1 != 0;
 }
 
-/* A session is opened once: after its end, its requests are refused. */
-uint32_t agent::session_id(uint32_t session) {
-    if (const auto known = sessions_.id_of(session)) {
-        return *known;
+std::optional<uint32_t> agent::session_id(const speaker &from) {
+    switch (from.kind) {
+        case speaker_kind::session:
+            break;
+        case speaker_kind::none:
+            return std::nullopt;
+        case speaker_kind::zero:
+            return no_session;
+        case speaker_kind::unknown:
+            return sessions_.unknown_id();
     }
+    const auto known = sessions_.id_of(from.session);
+    return known ? *known : open_session(from.session);
+}
+
+/* A session is opened once: after its end, its requests are refused. */
+uint32_t agent::open_session(uint32_t session) {
     owned_request request;
     request.record.type = QUILL_NYX_REQUEST_TYPE_START_SESSION;
     request.record.has_type = 1;
@@ -118,9 +134,9 @@ uint32_t agent::session_id(uint32_t session) {
 }
 
 /* Numbers of sessions become ids. The processor refuses what has none, as it refuses every unknown session. */
-void agent::address(quill_nyx_request &request, uint32_t id) const {
-    request.session_id = id;
-    request.has_session_id = 1;
+void agent::address(quill_nyx_request &request, std::optional<uint32_t> id) const {
+    request.session_id = id.value_or(no_session);
+    request.has_session_id = id.has_value();
     if (request.stop_session.has_uint32_1) {
         request.stop_session.uint32_1 = sessions_.id_of(request.stop_session.uint32_1).value_or(no_session);
     }

@@ -24,6 +24,19 @@ namespace request_path {
 /** @return the XML documents in a text that holds one, or several with the end-of-message marker between them */
 std::vector<std::string_view> split_messages(std::string_view text);
 
+/** Whose requests they are: a session's, or of none that the processor knows, for trying out what it says then. */
+enum class speaker_kind {
+    session,
+    none,     ///< the requests name no session
+    zero,     ///< session id 0
+    unknown,  ///< an id that is no session's
+};
+
+struct speaker {
+    speaker_kind kind = speaker_kind::session;
+    uint32_t session = 1;  ///< one of the agent's, from 1 on; it is opened before its first rpc element
+};
+
 class agent {
   public:
     /**
@@ -38,16 +51,15 @@ class agent {
 
     /**
      * Handles the rpc elements of a text one after the other.
-     * @param session  which of this agent's sessions they belong to, from 1 on; each is opened before its first rpc
-     *                 element
      * @return whether all of them succeeded
      */
-    bool handle(std::string_view text, uint32_t session);
+    bool handle(std::string_view text, const speaker &from);
 
   private:
-    bool handle_one(std::string_view text, uint32_t session);
-    uint32_t session_id(uint32_t session);
-    void address(quill_nyx_request &request, uint32_t id) const;
+    bool handle_one(std::string_view text, const speaker &from);
+    std::optional<uint32_t> session_id(const speaker &from);
+    uint32_t open_session(uint32_t session);
+    void address(quill_nyx_request &request, std::optional<uint32_t> id) const;
     message ask(const nyx_request_ctx &under_way, std::optional<uint64_t> cut_after);
     bool print_response(const xmlNode *rpc, const message &reply);
     void take_result(const quill_nyx_request &request, const message &reply, owned_result &result);

@@ -63,8 +63,18 @@ say "Errors are answers, too. Creating what is there already; one reply with two
     "to go on after errors; and what it did change nevertheless."
 run create_interface.xml create_interface.xml continue_on_error.xml get_running.xml
 
+say "The path of a failing node is put together from the node up to the root, so that the prefix ns1 is that of its" \
+    "own namespace."
+run interfaces.xml create_address.xml
+
 say "A request without a message id, an operation that nobody knows, and something that is not XML."
 run rfc6241_4_3_missing_message_id.xml bad_unknown_operation.xml bad_not_well_formed.xml
+
+say "Every standard failure can be provoked, also those that no client of NETCONF causes: a request that names no" \
+    "session, a result code of the back end, and memory so short that an error cannot even be written. What is left of" \
+    "it then is that the request failed, which the client is told in these words."
+run @none get_running.xml
+run back_end_aaf2bc00.xml memory_short.xml back_end_aaf2bc00.xml
 
 say "Requests are decoded into an arena with a budget. One that asks for more is refused, and so is one that is too" \
     "long to be taken in at all; the conversation goes on."
@@ -92,3 +102,8 @@ trace list
 for file in agentx-nyx/processor.trace processor-nyx/processor.trace processor-nyx/me.trace; do
     trace cat "$file"
 done
+
+say "The back end's trace file shows what it was asked for and what it answered, as trees: here an edit, and what is" \
+    "read back. The brackets tell the operation of an edit."
+run --clear-traces create_interface.xml get_running.xml
+trace cat processor-nyx/me.trace

@@ -3,7 +3,7 @@
 #include <quill_nyx.h>
 
 #include <algorithm>
-#include <iterator>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -20,33 +20,7 @@ namespace {
 /* The operation "none" has no number of its own on the wire: it only comes as the default operation. */
 constexpr uint32_t operation_none = QUILL_NYX_EDIT_OPERATION_REMOVE + 1;
 
-std::string in_quotes(char quote, std::string_view value) {
-    std::string text(1, quote);
-    text += value;
-    text += quote;
-    return text;
-}
-
-/* XPath 1.0 has no escapes: a value with both kinds of quotes is put together from parts that have one each. */
-std::string quoted(std::string_view value) {
-    if (value.find('\'') == std::string_view::npos) {
-        return in_quotes('\'', value);
-    }
-    if (value.find('"') == std::string_view::npos) {
-        return in_quotes('"', value);
-    }
-    std::string call = "concat(";
-    while (!value.empty()) {
-        const bool starts_with_double = value.find('"') < value.find('\'');
-        const size_t length = std::min(value.find(starts_with_double ? '\'' : '"'), value.size());
-        call += in_quotes(starts_with_double ? '\'' : '"', value.substr(0, length));
-        value.remove_prefix(length);
-        call += value.empty() ? ")" : ", ";
-    }
-    return call;
-}
-
-/* The absolute path of a node: its ancestors from the top, and itself. */
+/* Where a node is: its ancestors from the top, and itself. */
 class node_path {
   public:
     void enter(const node &next) { steps_.push_back({&next, std::nullopt}); }
@@ -54,13 +28,9 @@ class node_path {
 
     /* @return the failure with this path in it */
     rpc_failure blame(rpc_failure failure) {
-        for (step &next : steps_) {
-            const std::string prefix = prefix_of(next.place->name_space, failure.path_spaces);
-            failure.path += "/" + prefix + next.place->name;
-            if (const node *key = key_of(next)) {
-                failure.path += "[" + prefix + key->name + "=" + quoted(trimmed(key->value)) + "]";
-            }
-        }
+        failure.path = std::make_shared<error_path>();
+        std::for_each(steps_.rbegin(), steps_.rend(),
+                      [&](step &next) { failure.path->prepend(*next.place, key_of(next)); });
         return failure;
     }
 
@@ -76,18 +46,6 @@ class node_path {
             of.key = key_leaf(*of.place);
         }
         return *of.key;
-    }
-
-    static std::string prefix_of(const std::string &name_space, std::vector<std::string> &known) {
-        if (name_space.empty()) {
-            return {};
-        }
-        const auto found = std::find(known.begin(), known.end(), name_space);
-        const auto number = std::distance(known.begin(), found) + 1;
-        if (found == known.end()) {
-            known.push_back(name_space);
-        }
-        return "ns" + std::to_string(number) + ":";
     }
 
     std::vector<step> steps_;
@@ -326,7 +284,7 @@ class editor {
     }
 
     void fail(const char *tag, const char *message) {
-        const rpc_failure failure = simple_failure(error_application, tag, message);
+        const rpc_failure failure = simple_failure(NYX_ERROR_TYPE_APPLICATION, tag, message);
         if (!keep_going_) {
             throw path_.blame(failure);
         }
@@ -366,7 +324,7 @@ void validate_children(const node &parent, node_path &path) {
         const node *key = key_leaf(child);
         if (key != nullptr && !seen.emplace(child.name_space, child.name, trimmed(key->value)).second) {
             rpc_failure failure =
-                simple_failure(error_application, "operation-failed", "Two entries have the same key.");
+                simple_failure(NYX_ERROR_TYPE_APPLICATION, "operation-failed", "Two entries have the same key.");
             failure.app_tag = "data-not-unique";
             throw path.blame(std::move(failure));
         }

@@ -20,6 +20,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -31,7 +32,7 @@ namespace {
 
 struct input {
     std::string text;
-    uint32_t session = 1;
+    speaker from;
 };
 
 struct file_close {
@@ -68,24 +69,41 @@ std::string read_file(const std::string &name) {
     return read_all(file.get(), name);
 }
 
-bool names_session(const std::string &argument) {
-    return argument.size() > 1 && argument.size() < 10 && argument[0] == '@' && argument[1] != '0' &&
-           std::all_of(argument.begin() + 1, argument.end(), [](char c) { return c >= '0' && c <= '9'; });
+bool is_number(std::string_view text) {
+    return !text.empty() && text.size() < 9 && text[0] != '0' &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+/* @return nothing when the argument is the name of a file */
+std::optional<speaker> speaker_named(const std::string &argument) {
+    if (argument == "@none") {
+        return speaker{speaker_kind::none};
+    }
+    if (argument == "@0") {
+        return speaker{speaker_kind::zero};
+    }
+    if (argument == "@unknown") {
+        return speaker{speaker_kind::unknown};
+    }
+    if (argument.starts_with('@') && is_number(argument.substr(1))) {
+        return speaker{speaker_kind::session, static_cast<uint32_t>(std::stoul(argument.substr(1)))};
+    }
+    return std::nullopt;
 }
 
 /* Everything is read before the first request is sent: a missing file is no reason to stop half-way. */
 std::vector<input> read_inputs(const std::vector<std::string> &arguments) {
     std::vector<input> inputs;
-    uint32_t session = 1;
+    speaker from;
     for (const std::string &argument : arguments) {
-        if (names_session(argument)) {
-            session = static_cast<uint32_t>(std::stoul(argument.substr(1)));
+        if (const auto named = speaker_named(argument)) {
+            from = *named;
         } else {
-            inputs.push_back({read_file(argument), session});
+            inputs.push_back({read_file(argument), from});
         }
     }
     if (inputs.empty()) {
-        inputs.push_back({read_file("-"), session});
+        inputs.push_back({read_file("-"), from});
     }
     return inputs;
 }
@@ -168,7 +186,7 @@ bool run_agent(nyx_api_ctx &api, connection &processor, const options &given, co
     }
     bool succeeded = true;
     for (const input &one : inputs) {
-        succeeded = front.handle(one.text, one.session) && succeeded;
+        succeeded = front.handle(one.text, one.from) && succeeded;
     }
     if (!std::cout.flush()) {
         throw std::runtime_error("cannot write the replies");

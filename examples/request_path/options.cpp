@@ -18,7 +18,8 @@ void describe_input(CLI::App &app, options &given) {
     app.add_option(
         "input", given.arguments,
         "Files of NETCONF rpc elements, - for the standard input (also when there is none); several elements "
-        "in one file stand apart by ]]>]]>. @N: what follows belongs to session N of the agent (at first 1)");
+        "in one file stand apart by ]]>]]>. @N: what follows belongs to session N of the agent (at first 1); @none, "
+        "@0, @unknown: it names no session, session id 0, an id that is no session's");
     app.add_flag("-v,--verbose", given.verbose, "Show on the standard error what arrives at the processor");
     app.add_option("--timeout", given.timeout, "Seconds that the agent waits for the processor")
         ->capture_default_str()

@@ -16,7 +16,7 @@
 namespace request_path {
 
 struct options {
-    std::vector<std::string> arguments;  ///< files and @N
+    std::vector<std::string> arguments;  ///< files, and @ with whose requests they hold
     bool verbose = false;
     uint32_t timeout = 10;
     std::optional<uint64_t> cut_after;

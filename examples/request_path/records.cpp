@@ -1,32 +1,20 @@
 #include "records.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <new>
 
 namespace request_path {
 
-void *take_block(uint64_t size, void *) {
-    return std::malloc(size);
-}
-
-void give_block(void *block, void *) {
-    std::free(block);
-}
-
-char *copy_string(std::string_view text) {
-    char *copy = static_cast<char *>(std::malloc(text.size() + 1));
+char *copy_string(const std::string &text) {
+    char *const copy = nyx_strdup(text.c_str(), "text of a record");
     if (copy == nullptr) {
         throw std::bad_alloc();
     }
-    text.copy(copy, text.size());
-    copy[text.size()] = '\0';
     return copy;
 }
 
 template <class record_type>
 record_type *make_records(size_t count) {
-    void *block = std::calloc(count, sizeof(record_type));
+    void *block = nyx_gpb_alloc(count * sizeof(record_type), nullptr);
     if (block == nullptr) {
         throw std::bad_alloc();
     }

@@ -1,23 +1,20 @@
 /**
  * @file records.h
- * Filling and reading message records, and giving back what they own.
+ * Filling and reading message records, and giving back what they own. All that is not decoded into an arena comes from
+ * the library's allocator. What fills records throws std::bad_alloc, also while memory is short: a text is then not
+ * copied.
  */
 #ifndef REQUEST_PATH_RECORDS_H
 #define REQUEST_PATH_RECORDS_H
 
+#include <nyx_api_common.h>
 #include <quill_nyx.h>
 
 #include <string>
-#include <string_view>
 
 #include "tree.h"
 
 namespace request_path {
-
-/** The allocator of every record that is not decoded into an arena: malloc and free. @{ */
-void *take_block(uint64_t size, void *);
-void give_block(void *block, void *);
-/** @} */
 
 /** A record that starts empty and is released with its holder. @{ */
 template <class record_type, void (*release)(record_type *, quill_free_fn, void *, uint32_t)>
@@ -26,7 +23,7 @@ struct owned {
     owned() = default;
     owned(const owned &) = delete;
     owned &operator=(const owned &) = delete;
-    ~owned() { release(&record, give_block, nullptr, 0); }
+    ~owned() { release(&record, nyx_gpb_free, nullptr, 0); }
 };
 using owned_request = owned<quill_nyx_request, quill_nyx_request_free_ext>;
 using owned_response = owned<quill_nyx_response, quill_nyx_response_free_ext>;
@@ -34,7 +31,7 @@ using owned_result = owned<quill_nyx_request_result, quill_nyx_request_result_fr
 /** @} */
 
 /** @return a string that a record can own */
-char *copy_string(std::string_view text);
+char *copy_string(const std::string &text);
 
 /** @return @p count zero-filled records that a record can own */
 template <class record_type>

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <new>
+#include <string_view>
 
 #include "records.h"
 #include "xml.h"
@@ -14,9 +15,26 @@ const xmlChar *xml_chars(const char *text) {
     return reinterpret_cast<const xmlChar *>(text);
 }
 
+/* The client's own attributes come back, but not what NETCONF itself defines: no such attribute is one of rpc-reply. */
+bool is_to_be_repeated(const xmlAttr &a) {
+    const bool is_netconfs =
+        a.ns != nullptr && std::string_view(reinterpret_cast<const char *>(a.ns->href)) == netconf_namespace;
+    return !is_netconfs && !is_for_validation(a);
+}
+
 void repeat_attributes(xmlNode *reply, const xmlNode *rpc) {
     reply->nsDef = xmlCopyNamespaceList(rpc->nsDef);
     reply->properties = xmlCopyPropList(reply, rpc->properties);
+    for (xmlAttr *a = reply->properties; a != nullptr;) {
+        xmlAttr *const next = a->next;
+        if (!is_to_be_repeated(*a)) {
+            xmlRemoveProp(a);
+        }
+        a = next;
+    }
+    if (const auto id = plain_attribute(reply, "message-id"); id != nullptr && !fits_message_id(*id)) {
+        xmlUnsetProp(reply, xml_chars("message-id"));
+    }
     reply->ns = xmlSearchNs(reply->doc, reply, rpc->ns->prefix);
 }
 
@@ -45,7 +63,7 @@ constexpr std::array severities{"error", "warning"};
 
 void append_path(xmlNode *error, const quill_nyx_datatree &record) {
     const node path = read_tree(record);
-    xmlNode *element = append_element(error, "error-path", path.value);
+    xmlNode *element = append_element(error, "error-path", "/" + path.value);  // NETCONF's paths are absolute
     for (const attribute &a : path.attributes) {
         if (a.key.starts_with("xmlns:")) {
             xmlNewNs(element, xml_chars(a.value.c_str()), xml_chars(a.key.c_str() + 6));
@@ -63,11 +81,19 @@ void append_info(xmlNode *error, const quill_nyx_datatree &record) {
     }
 }
 
+void append_cause(xmlNode *error, const char *type, const char *tag, const char *severity) {
+    append_element(error, "error-type", type);
+    append_element(error, "error-tag", tag);
+    append_element(error, "error-severity", severity);
+}
+
 void append_error(xmlNode *reply, const quill_nyx_error &record) {
     xmlNode *error = append_element(reply, "rpc-error");
-    append_element(error, "error-type", name_of(error_types, record.error_type));
-    append_element(error, "error-tag", record.error_tag == nullptr ? "operation-failed" : record.error_tag);
-    append_element(error, "error-severity", name_of(severities, record.error_severity));
+    if (record.error_tag == nullptr) {  // a bare failure is left where there was no memory for an error
+        return append_cause(error, "application", "resource-denied", "error");
+    }
+    append_cause(error, name_of(error_types, record.error_type), record.error_tag,
+                 name_of(severities, record.error_severity));
     if (record.error_app_tag != nullptr) {
         append_element(error, "error-app-tag", record.error_app_tag);
     }

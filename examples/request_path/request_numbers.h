@@ -31,6 +31,9 @@ enum test_option : uint32_t { test_then_set = 0, test_set = 1, test_only = 2 };
 /** An edit that does not continue is undone as a whole, also with error_stop: that promises no more. */
 enum error_option : uint32_t { error_stop = 0, error_continue = 1, error_rollback = 2 };
 
+/** Numbers of the process's memory state. The library tells 0 from the others, this program where pressure is from. */
+enum memory_pressure : uint32_t { no_pressure = 0, pressure_that_was_ordered = 1, pressure_of_request = 2 };
+
 }  // namespace request_path
 
 #endif

@@ -48,9 +48,26 @@ void read_text(xmlNode *element, char *&string) {
     string = copy_string(text_of(element));
 }
 
-void read_tree_of(xmlNode *element, quill_nyx_datatree &record, edit_operations operations) {
+void read_tree_of(xmlNode *element, quill_nyx_datatree &record) {
     refuse_second(record.has_name, element);
-    write_tree(record, read_element(element, operations));
+    write_tree(record, read_element(element, edit_operations::refused));
+}
+
+/* NETCONF's namespace holds no data: a configuration that has elements of it lacks the declaration of its own. */
+void check_namespaces(const node &config) {
+    for (const node &child : config.children) {
+        if (child.name_space == netconf_namespace) {
+            throw unknown_namespace(child.name, child.name_space);
+        }
+        check_namespaces(child);
+    }
+}
+
+void read_config(xmlNode *element, quill_nyx_datatree &record, edit_operations operations) {
+    refuse_second(record.has_name, element);
+    const node config = read_element(element, operations);
+    check_namespaces(config);
+    write_tree(record, config);
 }
 
 /* source and target hold exactly one element, and it is one of NETCONF's own. */
@@ -78,7 +95,7 @@ void read_datastore(xmlNode *role, quill_nyx_datastore &record, char **url = nul
     if (url != nullptr && is_netconf(content, "url")) {
         read_text(content, *url);
     } else if (config != nullptr && is_netconf(content, "config")) {
-        read_tree_of(content, *config, edit_operations::refused);
+        read_config(content, *config, edit_operations::refused);
     } else {
         record.name = copy_string(local_name(content));
         record.has_name = 1;
@@ -92,7 +109,7 @@ void read_filter(xmlNode *element, quill_nyx_filter &record) {
     }
     record.uint32_1 = type != nullptr && *type == "xpath" ? filter_xpath : filter_subtree;
     record.has_uint32_1 = 1;
-    read_tree_of(element, record.tree, edit_operations::refused);
+    read_tree_of(element, record.tree);
     record.has_tree = 1;
 }
 
@@ -169,7 +186,7 @@ void read_edit_config(xmlNode *operation, quill_nyx_request &request) {
                          body.has_uint32_4 = 1;
                      }},
                     {"config", [&](xmlNode *e) {
-                         read_tree_of(e, body.config, edit_operations::taken);
+                         read_config(e, body.config, edit_operations::taken);
                          body.has_config = 1;
                      }}});
 }
@@ -199,7 +216,7 @@ void read_delete_config(xmlNode *operation, quill_nyx_request &) {
         throw missing_element("target");
     }
     if (target != "startup") {
-        throw simple_failure(error_application, "invalid-value", "Only the startup configuration can be deleted.");
+        throw custom_failure("target", "Only the startup configuration can be deleted.");
     }
 }
 
@@ -286,7 +303,7 @@ void read_kill_session(xmlNode *operation, quill_nyx_request &request) {
 
 void read_other(xmlNode *operation, quill_nyx_request &request) {
     request.has_invoke_rpc = 1;
-    read_tree_of(operation, request.invoke_rpc.tree, edit_operations::refused);
+    read_tree_of(operation, request.invoke_rpc.tree);
     request.invoke_rpc.has_tree = 1;
 }
 
@@ -325,12 +342,15 @@ operation_reader reader_for(const xmlNode *operation) {
 
 void read_request(xmlNode *rpc, quill_nyx_request &request) {
     if (const auto id = plain_attribute(rpc, "message-id")) {
+        if (!fits_message_id(*id)) {
+            throw bad_attribute("message-id", "rpc");
+        }
         request.message_id = copy_string(*id);
         request.has_message_id = 1;
     }
     xmlNode *operation = element_from(rpc->children);
     if (operation == nullptr || element_from(operation->next) != nullptr) {
-        throw simple_failure(error_rpc, "malformed-message", "The rpc does not hold exactly one operation.");
+        throw simple_failure(NYX_ERROR_TYPE_RPC, "malformed-message", "The rpc does not hold exactly one operation.");
     }
     const operation_reader reader = reader_for(operation);
     request.type = reader.type;

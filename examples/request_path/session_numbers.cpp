@@ -31,6 +31,14 @@ uint32_t session_numbers::number_of(uint32_t id) const {
     return no_session;
 }
 
+uint32_t session_numbers::unknown_id() const {
+    uint32_t id = no_session + 1;
+    while (number_of(id) != no_session) {
+        ++id;
+    }
+    return id;
+}
+
 void name_sessions(quill_nyx_error &error, const session_numbers &sessions) {
     for (uint32_t i = 0; i < error.error_info.children_count; ++i) {
         quill_nyx_datatree &entry = error.error_info.children[i];
@@ -42,7 +50,7 @@ void name_sessions(quill_nyx_error &error, const session_numbers &sessions) {
         const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), id);
         if (problem == std::errc() && end == text.data() + text.size()) {
             char *const number = copy_string(std::to_string(sessions.number_of(id)));
-            give_block(entry.value, nullptr);
+            nyx_gpb_free(entry.value);
             entry.value = number;
         }
     }

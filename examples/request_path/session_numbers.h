@@ -30,11 +30,15 @@ class session_numbers {
     /** @return no_session when the id is that of no session of this agent */
     uint32_t number_of(uint32_t id) const;
 
+    /** @return an id that no session of this agent has, and not no_session */
+    uint32_t unknown_id() const;
+
   private:
     std::map<uint32_t, uint32_t> ids_;
 };
 
-/** Puts numbers in the place of ids: session-id in an error's information. The record's strings are malloc's. */
+/** Puts numbers in the place of ids: session-id in an error's information. The record's strings are of the library's
+ * allocator. */
 void name_sessions(quill_nyx_error &error, const session_numbers &sessions);
 
 }  // namespace request_path

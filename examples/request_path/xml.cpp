@@ -44,8 +44,8 @@ pointer *require(pointer *made) {
     return made;
 }
 
-rpc_failure malformed(std::string message) {
-    return simple_failure(error_rpc, "malformed-message", std::move(message));
+rpc_failure malformed(const std::string &message) {
+    return simple_failure(NYX_ERROR_TYPE_RPC, "malformed-message", message);
 }
 
 /* Ends the parsing before an entity is declared, let alone expanded. */
@@ -63,10 +63,11 @@ bool nests_too_deeply(const xmlParserCtxt &parser) {
 
 xml_document parse_xml(std::string_view text) {
     if (text.size() > INT_MAX) {
-        throw simple_failure(error_rpc, "too-big", "The message is too long.");
+        throw simple_failure(NYX_ERROR_TYPE_RPC, "too-big", "The message is too long.");
     }
     const std::unique_ptr<xmlParserCtxt, parser_release> parser(require(xmlNewParserCtxt()));
     parser->sax->internalSubset = refuse_document_type;
+    parser->sax->serror = [](void *, auto *) {};  // some complaints are printed in spite of the options
     constexpr int quietly_and_alone = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOCDATA;
     xml_document document(xmlCtxtReadMemory(parser.get(), text.data(), static_cast<int>(text.size()), nullptr, nullptr,
                                             quietly_and_alone));
@@ -74,12 +75,20 @@ xml_document parse_xml(std::string_view text) {
         throw malformed("The message has a document type declaration.");
     }
     if (document == nullptr && nests_too_deeply(*parser)) {
-        throw simple_failure(error_rpc, "too-big", "The message nests deeper than the XML parser goes.");
+        throw simple_failure(NYX_ERROR_TYPE_RPC, "too-big", "The message nests deeper than the XML parser goes.");
     }
     if (document == nullptr) {
         throw malformed("The message is not well-formed XML (line " + std::to_string(parser->lastError.line) + ").");
     }
+    if (parser->nsWellFormed == 0) {  // a prefix without a namespace would be repeated in replies
+        throw malformed("The message does not keep to the rules of XML namespaces.");
+    }
     return document;
+}
+
+bool fits_message_id(const std::string &text) {
+    constexpr int longest_message_id = 4095;
+    return xmlUTF8Strlen(xml_chars(text)) <= longest_message_id;
 }
 
 std::string local_name(const xmlNode *element) {
@@ -92,6 +101,10 @@ std::string namespace_of(const xmlNode *element) {
 
 bool is_netconf(const xmlNode *element, const char *name) {
     return local_name(element) == name && namespace_of(element) == netconf_namespace;
+}
+
+bool is_for_validation(const xmlAttr &a) {
+    return a.ns != nullptr && std::string_view(chars(a.ns->href)) == "http://www.w3.org/2001/XMLSchema-instance";
 }
 
 xmlNode *element_from(xmlNode *node) {
@@ -135,6 +148,9 @@ uint32_t edit_operation_named(const std::string &name, const node &holder) {
 
 void read_attributes(node &holder, const xmlNode *element, edit_operations operations) {
     for (const xmlAttr *a = element->properties; a != nullptr; a = a->next) {
+        if (is_for_validation(*a)) {
+            continue;
+        }
         const std::string name = chars(a->name);
         const xml_string value(xmlNodeListGetString(element->doc, a->children, 1));
         if (a->ns == nullptr) {

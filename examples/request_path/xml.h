@@ -20,9 +20,12 @@ struct document_release {
 };
 using xml_document = std::unique_ptr<xmlDoc, document_release>;
 
-/** Throws an rpc_failure when the text is not well-formed or has a document type declaration, which NETCONF forbids.
- * Reads nothing but the text. */
+/** Throws an rpc_failure when the text is not well-formed, with regard to namespaces as well, or has a document type
+ * declaration, which NETCONF forbids. Reads nothing but the text. */
 xml_document parse_xml(std::string_view text);
+
+/** @return whether NETCONF's schema has room for so long a message-id */
+bool fits_message_id(const std::string &text);
 
 std::string local_name(const xmlNode *element);
 
@@ -31,6 +34,10 @@ std::string namespace_of(const xmlNode *element);
 
 /** @return whether this is the element of that name in NETCONF's own namespace */
 bool is_netconf(const xmlNode *element, const char *name);
+
+/** @return whether the attribute is one of XML Schema's own. They tell how the document that they stand in is to be
+ * validated, and are neither data nor fit for another document. */
+bool is_for_validation(const xmlAttr &a);
 
 /** @return the first element among the node and its later siblings, or null */
 xmlNode *element_from(xmlNode *node);

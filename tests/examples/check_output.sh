@@ -5,6 +5,7 @@
 #   check_output.sh reply FILE COMMAND...
 #       the file holds the last rpc-reply; the exit code has to be 1 when it is an error and 0 when it is not, and
 #       nothing may be printed on the standard error
+# Every rpc-reply that is printed has to keep to NETCONF's schema.
 # The command's trace files and temporary files get a directory of their own, and no temporary file may be left there.
 set -u
 what=$1
@@ -16,6 +17,7 @@ fi
 expected=$1
 shift
 
+here=$(dirname "$0")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/temporary"
@@ -35,12 +37,14 @@ failed=0
 if [ "$what" = conversation ]; then
     "$@" >"$work/raw" 2>&1 </dev/null || code=$?
     masked "$work/raw" >"$work/output"
+    printed=$work/raw
 else
     "$@" >"$work/replies" 2>"$work/errors" </dev/null || code=$?
+    printed=$work/replies
     awk '/^]]>]]>$/ { text = ""; next } { text = text $0 "\n" } END { printf "%s", text }' \
         "$work/replies" >"$work/output"
     expected_code=0
-    if grep -q '<rpc-error>' "$expected"; then
+    if grep -Eq '<([a-z]+:)?rpc-error>' "$expected"; then
         expected_code=1
     fi
     if [ -s "$work/errors" ]; then
@@ -58,5 +62,9 @@ if [ -n "$(ls -A "$work/temporary")" ]; then
     echo "temporary files are left: $(ls -A "$work/temporary")"
     failed=1
 fi
+(unset TMPDIR && "$here/validate_replies.sh" "$printed" >"$work/validity") || {
+    cat "$work/validity"
+    failed=1
+}
 diff -u "$expected" "$work/output" || failed=1
 exit $failed

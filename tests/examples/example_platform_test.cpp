@@ -42,7 +42,7 @@ void start_session(nyx_api_ctx &api, owned_result &result) {
     serve(processor, api, {});
     message reply;
     ASSERT_EQ(agent.receive(reply, 1 << 20), receive_status::complete);
-    ASSERT_EQ(quill_nyx_request_result_decode_ext(&result.record, reply.bytes.data(), reply.bytes.size(), take_block,
+    ASSERT_EQ(quill_nyx_request_result_decode_ext(&result.record, reply.bytes.data(), reply.bytes.size(), nyx_gpb_alloc,
                                                   nullptr, 0),
               0);
 }
@@ -68,10 +68,12 @@ TEST_F(ExamplePlatform, SessionThatGetsNoMemoryIsRefused) {
     for (const uint64_t nth : {1U, 2U}) {
         processor_frame frame;
         recorder().fail_allocation(nth);
-        owned_result refused;
-        start_session(frame.root.api(), refused);
-        EXPECT_EQ(refused.record.uint32_1, 0u);
-        EXPECT_STREQ(refused.record.error.error_tag, "resource-denied");
+        {
+            owned_result refused;
+            start_session(frame.root.api(), refused);
+            EXPECT_EQ(refused.record.uint32_1, 0u);
+            EXPECT_STREQ(refused.record.error.error_tag, "resource-denied");
+        }
         EXPECT_TRUE(recorder().live_blocks().empty());
         owned_result granted;
         start_session(frame.root.api(), granted);

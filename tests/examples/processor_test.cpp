@@ -34,9 +34,9 @@ struct Processor : testing::Test {
         EXPECT_EQ(agent.receive(reply, 1 << 20), receive_status::complete);
         server.join();
         EXPECT_EQ(reply.kind, message_kind::request_result);
-        quill_nyx_request_result_free_ext(&result.record, give_block, nullptr, 0);  // what was answered before
+        quill_nyx_request_result_free_ext(&result.record, nyx_gpb_free, nullptr, 0);  // what was answered before
         EXPECT_EQ(quill_nyx_request_result_decode_ext(&result.record, reply.bytes.data(), reply.bytes.size(),
-                                                      take_block, nullptr, 0),
+                                                      nyx_gpb_alloc, nullptr, 0),
                   0);
         return result.record;
     }

@@ -46,6 +46,13 @@ TEST_F(SessionNumbers, KnowsNothingOfOtherSessions) {
     EXPECT_EQ(sessions.number_of(18), no_session);
 }
 
+TEST_F(SessionNumbers, UnknownIdIsThatOfNoSession) {
+    EXPECT_EQ(sessions.unknown_id(), 1u);
+    sessions.open(3, 1);
+    sessions.open(4, 2);
+    EXPECT_EQ(sessions.unknown_id(), 3u);
+}
+
 TEST_F(SessionNumbers, ClosedSessionKeepsItsNumberButNoId) {
     sessions.close(17);
     EXPECT_EQ(sessions.id_of(2), no_session);
