@@ -22,6 +22,7 @@ if(NYX_SANITIZE)
   add_link_options(-fsanitize=${NYX_SANITIZE})
 endif()
 if(NYX_COVERAGE)
-  add_compile_options(--coverage -fprofile-update=atomic)
+  # What is forced inline would count once for each place that it went to: here it stays a function.
+  add_compile_options(--coverage -fprofile-update=atomic -Dalways_inline=unused)
   add_link_options(--coverage)
 endif()

@@ -8,9 +8,8 @@ install(TARGETS nyx EXPORT nyxTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDI
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/manageability/yang/framework/include/" DESTINATION "${nyx_include}")
 install(EXPORT nyxTargets NAMESPACE nyx:: DESTINATION "${nyx_cmake}")
 
-file(GLOB nyx_docs CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/docs/*.md")
 install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES ${nyx_docs} DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
+install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}" FILES_MATCHING PATTERN "*.md")
 
 configure_package_config_file(cmake/nyxConfig.cmake.in "${PROJECT_BINARY_DIR}/nyxConfig.cmake"
   INSTALL_DESTINATION "${nyx_cmake}")

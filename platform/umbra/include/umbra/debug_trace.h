@@ -42,8 +42,9 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-/** Longest name of a flag and longest path of names, in bytes. */
+/** Longest name of a flag, in bytes. */
 #define UMBRA_DT_NAME_MAX 127
+/** Longest path of names, in bytes. */
 #define UMBRA_DT_PATH_MAX 511
 /** Number of flags that there can be at a time. */
 #define UMBRA_DT_FLAGS_MAX 16384
@@ -114,11 +115,15 @@ uint64_t umbra_dt_flags(umbra_dt_flag_info *entries, uint64_t capacity);
  */
 int32_t umbra_dt_flags_print(int32_t fd);
 
-/** Outputs, as bits of a filter word. */
-#define UMBRA_DT_STREAM UINT32_C(1)
-#define UMBRA_DT_SYSLOG UINT32_C(2)
-#define UMBRA_DT_CALLBACK UINT32_C(4)
-#define UMBRA_DT_ALL UINT32_C(0xffffffff)
+/**
+ * @name Outputs, as bits of a filter word
+ * @{
+ */
+#define UMBRA_DT_STREAM UINT32_C(1)       /**< umbra_dt_log_to_stream() */
+#define UMBRA_DT_SYSLOG UINT32_C(2)       /**< umbra_dt_log_to_syslog() */
+#define UMBRA_DT_CALLBACK UINT32_C(4)     /**< umbra_dt_log_to_callback() */
+#define UMBRA_DT_ALL UINT32_C(0xffffffff) /**< every output */
+/** @} */
 
 /**
  * Logs a text, if its flag is on, to those outputs that are in use and that the site's filter word selects.
@@ -126,9 +131,9 @@ int32_t umbra_dt_flags_print(int32_t fd);
  * The line is "TIME PROCESS/THREAD PATH: TEXT", where the time is UTC with microseconds, as in the example above. Of
  * the text's first 2048 bytes and of the line's first 4096, its line feed included, nothing is lost; where a line was
  * cut, it ends in " [cut]". One log is one line, and does nothing to a terminal but show: tabulator, line feed and
- * carriage return are written as \t, \n and \r, and as \xNN each byte of other control characters, of those that change
- * the direction of writing, and of what is not UTF-8. A single line feed at the text's end is dropped. A text that
- * cannot be formatted is replaced by its format.
+ * carriage return are written as `\t`, `\n` and `\r`, and as `\xNN` each byte of other control characters, of those
+ * that change the direction of writing, and of what is not UTF-8. A single line feed at the text's end is dropped. A
+ * text that cannot be formatted is replaced by its format.
  *
  * A line takes one write(2), which no other line of any thread can cut in two; nor can one of another process where the
  * stream is a pipe or a file opened to append. (A second write follows if the first took less than the line.) A line

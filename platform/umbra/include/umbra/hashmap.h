@@ -45,7 +45,9 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
+/** A map; made by umbra_hashmap_create(). */
 typedef struct umbra_hashmap umbra_hashmap;
+/** An entry of a map, which owns it. */
 typedef struct umbra_hashmap_entry umbra_hashmap_entry;
 
 /** Hashes a key. It need not be good in all of its bits. */

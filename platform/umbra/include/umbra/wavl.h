@@ -108,17 +108,17 @@ struct umbra_wavl_link {
 
 /** A node with its first link. The links of further indexes follow directly. */
 struct umbra_wavl_node {
-    uint64_t owner; /**< the number of the node's tree, 0 for none, and how many links the node has */
-    umbra_wavl_link links[1];
+    uint64_t owner;           /**< the number of the node's tree, 0 for none, and how many links the node has */
+    umbra_wavl_link links[1]; /**< the first of them */
 };
 
 /** A tree, 64 bytes. Its members belong to the tree. */
 struct umbra_wavl_tree {
-    umbra_wavl_compare_fn compare;
-    uint64_t node_count;
-    uint64_t number; /**< what its nodes hold as their owner; 0: not initialised */
-    uint32_t index_count;
-    uint32_t reserved;
+    umbra_wavl_compare_fn compare;           /**< orders the nodes, in every index */
+    uint64_t node_count;                     /**< nodes in the tree */
+    uint64_t number;                         /**< what its nodes hold as their owner; 0: not initialised */
+    uint32_t index_count;                    /**< links of each node */
+    uint32_t reserved;                       /**< not used */
     uintptr_t roots[UMBRA_WAVL_MAX_INDEXES]; /**< one for each index */
 };
 
