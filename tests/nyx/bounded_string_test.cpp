@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <ostream>
 #include <set>
 #include <string>
@@ -116,6 +117,13 @@ const std::vector<member> &members() {
     return all;
 }
 
+std::vector<member> members_that_check_space() {
+    std::vector<member> some;
+    std::copy_if(members().begin(), members().end(), std::back_inserter(some),
+                 [](const member &each) { return each.checks_space; });
+    return some;
+}
+
 // The check that decides, told from the description step by step.
 struct verdict {
     errno_t code;
@@ -210,6 +218,11 @@ class LoggedString : public BoundedStringTest, public testing::WithParamInterfac
                 "ctx=" + text_of_pointer(&api_) + "," + caller + message.substr(2)};
     }
 
+    void expect_shown(const std::string &message, const char *by) {
+        ASSERT_THAT(recorder().log_texts(), SizeIs(1));
+        EXPECT_EQ(recorder().log_texts()[0], "TRC: NYX: ctx=" + text_of_pointer(&api_) + "," + by + message.substr(2));
+    }
+
     // Refused by a check: its line in both forms, its code, and nothing else.
     void expect_refused(const arguments &with, errno_t code, const std::string &message) {
         const std::string before = dest();
@@ -253,6 +266,12 @@ TEST_P(LoggedString, RefusesNullPointers) {
         expect_refused(with, 400, GetParam().null_message);
         EXPECT_THAT(calls_but_logs(), IsEmpty());
     }
+}
+
+TEST_P(LoggedString, ShowsThatACallerHasNoName) {
+    recorder().forget();
+    EXPECT_EQ(GetParam().run(nullptr, refusals()[0]), 400);
+    expect_shown(GetParam().null_message, "(null)");
 }
 
 TEST_P(LoggedString, RefusesLengthsOfZero) {
@@ -303,12 +322,11 @@ TEST_P(LoggedString, RefusesASourceOfAsManyCharactersAsThereIsRoom) {
     }
 }
 
-TEST_P(LoggedString, ReadsNoMoreOfTheSourceThanThereIsRoom) {
+using LoggedStringWithSpace = LoggedString;
+
+TEST_P(LoggedStringWithSpace, ReadsNoMoreOfTheSourceThanThereIsRoom) {
     fenced_memory memory;
-    const arguments with = given(memory.lay("unending"));
-    if (GetParam().checks_space) {
-        expect_refused(with, 406, "%s: not enough space for src. ");
-    }
+    expect_refused(given(memory.lay("unending")), 406, "%s: not enough space for src. ");
 }
 
 // Whatever is given, the first check that fails decides, and what none refuses is passed on.
@@ -410,7 +428,8 @@ using LoggedStringDeathTest = LoggedString;
 TEST_P(LoggedStringDeathTest, AssertsTheLogContextAtEachSite) {
     nyx_log_set_ctx(nullptr);
     const std::string assertion =
-        assertion_regex("nyx_api_common/bounded_string\\.cpp", ".*", null_regex("nyx_ctx_log"));
+        assertion_regex("nyx_api_common/bounded_string\\.cpp",
+                        "errno_t " + GetParam().name + R"(\(const char ?\*, [^()]*\))", null_regex("nyx_ctx_log"));
     for (const arguments &with : refusals()) {
         EXPECT_DEATH(GetParam().run(caller, with), assertion);
     }
@@ -429,6 +448,7 @@ std::string name_of(const testing::TestParamInfo<member> &info) {
 }
 INSTANTIATE_TEST_SUITE_P(Wrapper, LoggedString, testing::ValuesIn(members()), name_of);
 INSTANTIATE_TEST_SUITE_P(Wrapper, LoggedStringDeathTest, testing::ValuesIn(members()), name_of);
+INSTANTIATE_TEST_SUITE_P(Wrapper, LoggedStringWithSpace, testing::ValuesIn(members_that_check_space()), name_of);
 
 // What single functions do besides.
 

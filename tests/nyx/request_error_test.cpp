@@ -58,8 +58,8 @@ TEST_F(RequestErrorSet, FillsTheError) {
 }
 
 TEST_F(RequestErrorSet, TakesAnyNumberAndEmptyTexts) {
-    EXPECT_EQ(nyx_req_result_error_set(&result_, 0xFFFFFFFF, 7, "", ""), 0);
-    EXPECT_EQ(text_of(result_), R"(status*=0 error*{type*=4294967295 tag*="" severity*=7 message{text*=""}})");
+    EXPECT_EQ(nyx_req_result_error_set(&result_, 0xFFFFFFFF, 0xFFFFFF07, "", ""), 0);
+    EXPECT_EQ(text_of(result_), R"(status*=0 error*{type*=4294967295 tag*="" severity*=4294967047 message{text*=""}})");
 }
 
 TEST_F(RequestErrorSet, MakesASuccessAFailure) {
@@ -267,6 +267,12 @@ TEST_F(RequestErrorInfoSet, TakesTheEntriesOver) {
     EXPECT_EQ(text_of(result_), R"(error*{info{name*="error-info" children*[{}{name="second"}]}})");
     EXPECT_EQ(result_.error.error_info.children, entries);
     EXPECT_THAT(recorder().allocation_texts(), ElementsAre("str: error-info"));
+}
+
+TEST_F(RequestErrorInfoSet, TakesAsManyAsAreCounted) {
+    constexpr std::uint32_t many = 0x10001;
+    EXPECT_EQ(nyx_req_result_error_info_set(&result_, nyx_gpb_datatree_create(&api_, many), many), 0);
+    EXPECT_EQ(result_.error.error_info.children_count, many);
 }
 
 TEST_F(RequestErrorInfoSet, NamesTheInfoWithoutEntries) {
@@ -494,9 +500,23 @@ TEST_P(ElementError, TellsOfEntriesThatCannotBeAllocated) {
 }
 
 TEST_P(ElementError, HasNoInfoWithoutAnElement) {
-    root().trace_enabled = 0;
+    log_everything();
+    const std::uint32_t index = next_trace_index();
     EXPECT_EQ(set(nullptr), -1426938880);
     EXPECT_EQ(text_of(result_), GetParam().error() + "}");
+    expect_line(element_line("(null)", &session_), index);
+}
+
+// The number of the operation counts, whether it is marked or not.
+TEST_P(ElementError, CountsAnOperationThatIsNotMarked) {
+    request_.has_type = 0;
+    log_everything();
+    const std::uint32_t index = next_trace_index();
+    EXPECT_EQ(set("mtu"), 0);
+    expect_line(element_line("mtu", &session_), index);
+    release(result_);
+    result_ = {};
+    expect_gated(QUILL_NYX_LOGGING_LEVEL_ERROR, [&] { EXPECT_EQ(set("mtu"), 0); });
 }
 
 TEST_P(ElementError, CopiesNothingWhileMemoryIsShort) {
@@ -666,13 +686,21 @@ TEST_F(NomemErrorSet, FindsEveryTraceOfAnError) {
     }
 }
 
-// Nobody would see such an error: it stays what it is.
-TEST_F(NomemErrorSet, LeavesAnErrorAloneThatHasNeitherMarksNorContent) {
+// Whoever filled it by hand may have forgotten the marks: the memory is wanted all the same.
+TEST_F(NomemErrorSet, ReleasesAnErrorWithoutAnyMark) {
     result_.error.error_type = 3;
     result_.error.error_tag = block_of("t");
     result_.error.error_info.name = block_of("n");
     nyx_nomem_error_set(&result_);
-    EXPECT_EQ(text_of(result_), R"(status*=0 error{type=3 tag="t" info{name="n"}})");
+    EXPECT_EQ(text_of(result_), "status*=0");
+    EXPECT_THAT(recorder().live_blocks(), IsEmpty());
+}
+
+// As xpath_to_nyx_error leaves it while memory is short.
+TEST_F(NomemErrorSet, TakesTheMarkOfANullTextAway) {
+    result_.error.error_path.has_value = 1;
+    nyx_nomem_error_set(&result_);
+    EXPECT_EQ(text_of(result_), "status*=0");
 }
 
 }  // namespace

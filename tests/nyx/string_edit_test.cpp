@@ -15,7 +15,7 @@
 
 namespace {
 
-// Whether the two functions below know the letters beyond ASCII that have one byte in some locales.
+// Whether the functions below know the letters beyond ASCII that have one byte in some locales.
 bool latin_1 = false;
 
 bool is_between(int c, int first, int last) {
@@ -24,8 +24,9 @@ bool is_between(int c, int first, int last) {
 
 }  // namespace
 
-// The program's own tolower() and toupper(): the library calls them in place of the C library's, of which no locale
-// with one-byte letters beyond ASCII may be installed. They have other names here, as <cctype> may have defined them.
+// The program's own tolower(), toupper() and isspace(): the library calls them in place of the C library's, of which no
+// locale with one-byte letters beyond ASCII may be installed. They have other names here, as <cctype> may have defined
+// them.
 extern "C" int lower_of(int c) __asm__("tolower");
 extern "C" int lower_of(int c) {
     return is_between(c, 'A', 'Z') || (latin_1 && is_between(c, 0xC0, 0xDE) && c != 0xD7) ? c + 32 : c;
@@ -33,6 +34,10 @@ extern "C" int lower_of(int c) {
 extern "C" int upper_of(int c) __asm__("toupper");
 extern "C" int upper_of(int c) {
     return is_between(c, 'a', 'z') || (latin_1 && is_between(c, 0xE0, 0xFE) && c != 0xF7) ? c - 32 : c;
+}
+extern "C" int is_white(int c) __asm__("isspace");
+extern "C" int is_white(int c) {
+    return c == ' ' || is_between(c, '\t', '\r') || (latin_1 && c == 0xA0) ? 1 : 0;
 }
 
 namespace {
@@ -225,6 +230,21 @@ TEST_F(Trimming, IsTheSameAsInAPlainReference) {
         ASSERT_EQ(edited(str_rtrim, text), text.substr(0, end));
         ASSERT_EQ(edited(str_trim, text), first < end ? text.substr(first, end - first) : "");
     }
+}
+
+TEST_F(Trimming, MeasuresByThePlatform) {
+    edited(str_rtrim, "a ");
+    EXPECT_EQ(recorder().functions(), std::vector<std::string>{"strnlen_s"});
+    recorder().forget();
+    edited(str_ltrim, " a");
+    EXPECT_EQ(recorder().functions(), (std::vector<std::string>{"strnlen_s", "memmove_s"}));
+}
+
+TEST_F(Trimming, FollowsTheLocale) {
+    EXPECT_EQ(edited(str_trim, "\xA0t\xA0"), "\xA0t\xA0");
+    latin_1 = true;
+    EXPECT_EQ(edited(str_trim, "\xA0t\xA0"), "t");
+    latin_1 = false;
 }
 
 class CaseMapping : public StringEdit {

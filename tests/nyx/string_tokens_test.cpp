@@ -18,6 +18,20 @@
 
 namespace {
 
+int splittings = 0;
+
+}  // namespace
+
+// The program's own strtok(), which the library calls in place of the C library's.
+extern "C" char *counted_strtok(char *text, const char *delims) __asm__("strtok");
+extern "C" char *counted_strtok(char *text, const char *delims) {
+    static char *rest = nullptr;
+    ++splittings;
+    return strtok_r(text, delims, &rest);
+}
+
+namespace {
+
 using nyx_test::called;
 using nyx_test::calls_of;
 using nyx_test::recorder;
@@ -137,6 +151,21 @@ TEST_F(NthToken, IsNullWhileMemoryIsShort) {
     EXPECT_THAT(recorder().allocations(), IsEmpty());
 }
 
+// The copy of the token is refused as well, when memory becomes short after that of the text was had.
+TEST_F(NthToken, IsNullWhenMemoryBecomesShort) {
+    recorder().when_called("umbra_named_malloc_", [] { nyx_util_set_mem_state(1); });
+    EXPECT_EQ(token("a,b", ",", 1), "(null)");
+    EXPECT_THAT(recorder().allocation_texts(), testing::ElementsAre("NYX MAP"));
+}
+
+TEST_F(NthToken, IsFoundWithTheStateOfTheProcess) {
+    splittings = 0;
+    EXPECT_EQ(token("a,b,c", ",", 1), "b");
+    EXPECT_EQ(splittings, 2);
+    EXPECT_EQ(token("a,b,c", ",", UINT32_MAX), "(null)");
+    EXPECT_EQ(splittings, 2 + 4) << "nobody asks behind the last token";
+}
+
 TEST_F(NthToken, EmptiesOutBeforeAnythingElse) {
     char *out = reinterpret_cast<char *>(8);
     bool emptied = false;
@@ -155,6 +184,12 @@ TEST_F(CharacterCount, CountsEqualBytes) {
     EXPECT_EQ(nyx_count_char_occurences("banana", 'A'), 0U);
     EXPECT_EQ(nyx_count_char_occurences("\xE9i\xE9", '\xE9'), 2U);
     EXPECT_EQ(nyx_count_char_occurences("aaaa", 'a'), 4U);
+}
+
+TEST_F(CharacterCount, MeasuresByThePlatform) {
+    const char *const text = "a.b";
+    EXPECT_EQ(nyx_count_char_occurences(text, '.'), 1U);
+    EXPECT_EQ(recorder().calls(), calls_of(called("strnlen_s", text, 0x7FFFFFFFFFFFFFFF)));
 }
 
 TEST_F(CharacterCount, IsZeroForNothing) {

@@ -167,6 +167,17 @@ TEST_F(SafestrSearch, FindsACharacterAtEveryPlace) {
     violation_recorder::take();
 }
 
+TEST_F(SafestrSearch, FindsACharacterFarAway) {
+    std::string text(5 << 20, 'a');
+    for (const std::size_t place : {text.size() - 1, text.size() / 2, std::size_t{100'000}}) {
+        text[place] = 'b';
+        char *first = nullptr;
+        EXPECT_EQ(strfirstchar_s(text.data(), RSIZE_MAX, 'b', &first), 0);
+        EXPECT_EQ(first, text.data() + place);
+        EXPECT_EQ(strfirstchar_s(text.data(), RSIZE_MAX, 'c', &first), SAFE_STR_NOT_FOUND);
+    }
+}
+
 TEST_F(SafestrSearch, FindsNothingBehindTheTerminator) {
     char *const dest = dest_memory.lay("ab\0c\0"s);
     char *first = dest;

@@ -1,7 +1,6 @@
 /**
  * @file nyx_api_common.h
- * Helpers that the framework's components have in common: data trees (@ref nyx_data_trees), their dumps into trace
- * files
+ * Helpers that the framework's components have in common: data trees (@ref nyx_data_trees), their dumps in trace files
  * (@ref nyx_dumps), XPath expressions for error paths (@ref nyx_xpath), bounded string operations
  * (@ref nyx_bounded_strings), string helpers (@ref nyx_strings) and bounded search (@ref nyx_bounded_search).
  *
@@ -20,8 +19,8 @@
  * nyx_gpb_free(entries, NULL);
  * @endcode
  *
- * nyx_gpb_alloc() and nyx_gpb_free() are the codec's callbacks for such trees: what they allocated or decoded, and what
- * nyx_error.h stores in a result, is released with them.
+ * nyx_gpb_alloc() and nyx_gpb_free() are the codec's callbacks for such trees. What was decoded or copied with
+ * them, and what nyx_error.h stores in a result, is released with nyx_gpb_free().
  *
  * @section nyx_dumps Dumps
  *
@@ -37,11 +36,11 @@
  * Readable, indented text in a component's trace file. Lines are gathered: an entry is written as soon as 160
  * characters or more have come together, and at the end. An entry is "#", the number of the trace line, ": " and the
  * text, and is **cut to 249 characters**. Text that comes to more than 1,023 characters between two entries is cut
- * before that; "[TRUNCATED...]" at its end tells so, but is never among the characters that an entry shows. While
- * tracing is off nothing is written. Nothing goes to the debug log.
+ * before that, and ends in "[TRUNCATED...]", which lies behind what an entry shows. While tracing is off nothing is
+ * written. Nothing goes to the debug log.
  *
- * A dump allocates nothing and takes time in proportion to what it writes; each level of the tree takes some stack, as
- * it does in the codec.
+ * A dump allocates nothing and takes time in proportion to the tree; each level of it takes some stack, as in the
+ * codec.
  *
  * @section nyx_xpath XPath expressions
  *
@@ -66,13 +65,12 @@
  *
  * @code
  * char name[16];
- * if (nyx_strcpy_s("agent_read_name", name, sizeof name, text) != 0) { ... }     // logged at TRC, with the first
- * argument
+ * if (nyx_strcpy_s("agent_read_name", name, sizeof name, text) != 0) { ... }     // logged, with the first argument
  * @endcode
  *
  * Two layers before the bounded string functions (safestr/safestr.h). nyx_strcpy_s() and its like check their arguments
  * themselves and log what they refuse; the function itself is not called then, so that neither its constraint handler
- * is, nor the destination emptied. What gets through their checks is the function's, with its own result, and not
+ * is, nor the destination emptied. What their checks let through is up to the function, whose result is passed on, not
  * logged. nyx_safe_strncpy() and its like check and log nothing, and return an rcode.
  *
  * The logging ones check in this order, and the first that fails decides:
@@ -84,8 +82,9 @@
  * | a length is 2^63 or more | `dmax exceeds max. ` | 403 |
  * | the source does not fit | `not enough space for src. ` | 406 |
  *
- * They log at TRC, with the caller's name and a message, through nyx_ctx_log. It is asserted when there is something to
- * log: **call nyx_log_set_ctx() before**. Any thread may call them when the log context may be used from there.
+ * They log at TRC, with the caller's name (null shows as "(null)") and a message, through nyx_ctx_log. It is asserted
+ * when there is something to log: **call nyx_log_set_ctx() before**. Any thread may call them when the log context may
+ * be used from there.
  *
  * @section nyx_strings String helpers
  *
@@ -96,8 +95,9 @@
  * umbra_named_free(escaped);
  * @endcode
  *
- * Texts are NUL-terminated bytes. Characters are classified and mapped by the process's locale. The helpers keep no
- * state and can be called from any thread, with one exception: nyx_tokenize_and_get_token().
+ * Texts are NUL-terminated bytes. Characters are classified and mapped by the process's locale. Memory pressure apart,
+ * which nyx_strdup() asks for, the helpers depend on nothing but their arguments and can be called from any thread; the
+ * one exception is nyx_tokenize_and_get_token().
  *
  * @section nyx_bounded_search Bounded search
  *
@@ -149,7 +149,7 @@ extern "C" {
  * them is 0 or null, all presence bits are clear.
  *
  * @param ctx    logs a failure at ERR ("NYX datatree allocation failed"), and is asserted only then
- * @param count  0 gives what the named-allocation service has for 0 bytes
+ * @param count  0 gives what the named-allocation service has for 0 bytes; null counts as a failure then as well
  * @return the array. The caller owns it: each record's contents go through quill_nyx_datatree_free_ext() with
  *         nyx_gpb_free, then the block through nyx_gpb_free(). Null: no memory
  */
@@ -209,7 +209,7 @@ rcode nyx_gpb_schemas_trace_internal(nyx_debug_ctx_t *debug_ctx, const quill_nyx
 /** An XPath expression that grows towards its front. Made by xpath_context_init(). */
 typedef struct xpath_context {
     char *path;                       /**< the expression, owned by the context; null before the first step */
-    umbra_hashmap *namespace_aliases; /**< from namespaces to their prefixes; keys and values are owned by the map */
+    umbra_hashmap *namespace_aliases; /**< from namespaces to their prefixes; xpath_context_destroy() releases both */
 } xpath_context;
 
 /**
@@ -255,15 +255,15 @@ int xpath_prepend(xpath_context *ctx, const char *name, const char *ns, const ch
  * the order of their first use). The context keeps what it has. Blocks are described "copy of xpath path", "query
  * transformer namespace attributes", "copy of xpath namespace tag" and "prepended 'xmlns:' to xpath namespace value".
  *
- * @param error  owns what is written, and gives it back through nyx_gpb_free(). Its path has no name: a reader may want
- *               one
+ * @param error  owns what is written, and gives it back through nyx_gpb_free(). The path gets no name; the one of
+ *               nyx_req_result_error_path_set() is called " "
  * @return
  *  - 0: the attributes are all there. **The value may be null**, though it is marked present, when there was no memory
  *    for it or the context has no path;
  *  - EINVAL: context or error is null, or the path has a value: the error is as it was. Or it has attributes: the value
  *    is written, they are as they were;
- *  - ENOMEM: the value is written, as with 0, and there are no attributes. The copies that were made before memory ran
- *    out, and their array, **are not released**.
+ *  - ENOMEM, also for a null prefix that the caller has put into the map: the value is written, as with 0, and there
+ *    are no attributes. The copies that were made before that, and their array, **are not released**.
  */
 int xpath_to_nyx_error(xpath_context *ctx, quill_nyx_error *error);
 
@@ -422,7 +422,7 @@ int chr_replace(char *text, char from, char to);
  * Splits a text into tokens: longest runs of characters that are no delimiters.
  *
  * @param text   changed in place: a terminator is written behind each token
- * @param count  becomes the number of tokens. After a failure it is of no use
+ * @param count  becomes the number of tokens; when the array cannot grow, that of the tokens with the one too many
  * @return pointers to the tokens, which lie in the text; the array ("String tokens array") is the caller's, grows by
  *         five at a time, and is null behind the last token as far as it goes. There is one also if there are no
  *         tokens. Null: an argument is null, or there is no memory
@@ -453,7 +453,10 @@ char *str_to_upper(char *text);
  */
 uint32_t nyx_string_hash_calc(const void *text);
 
-/** An umbra_hash_equal_fn for texts. @return 1: they are equal; 0: they are not, or one is null */
+/**
+ * An umbra_hash_equal_fn for texts.
+ * @return 1: they are equal; 0: they are not, or one is null, of which strcmp_s() tells its constraint handler
+ */
 int nyx_string_hash_cmp(const void *a, const void *b);
 
 /**

@@ -34,7 +34,8 @@
  *
  * @section nyx_error_memory Memory
  *
- * Every string is a fresh copy made by nyx_strdup(), which refuses while memory is short (nyx_util_set_mem_state()).
+ * Every string is a fresh copy made by nyx_strdup(), which refuses while memory is short (nyx_util_set_mem_state()). An
+ * error whose message cannot be copied goes without it, and that alone is no failure of the operation.
  * The result owns all of it and gives it back through nyx_gpb_free(), as above. What an operation stores **replaces
  * what was there without releasing it**: set an error once for each result, or empty the result in between.
  *
@@ -46,8 +47,9 @@
  *
  * @section nyx_error_arguments Arguments
  *
- * Contexts, requests and results are not null, except where null is said to be refused; `req_ctx->nyx_ctx` is asserted:
- * a null one ends the process. A null text where one is to be copied counts as a copy that failed.
+ * Contexts, requests and results are not null, except where null is said to be refused. `req_ctx->nyx_ctx` is asserted
+ * where it is needed, for a line or for the store: a null one ends the process. A null text where one is to be copied
+ * counts as a copy that failed, and shows as "(null)" in a line.
  *
  * @par Threads
  * A result belongs to the thread that serves its request. Nothing here is locked.
@@ -120,8 +122,8 @@ rcode nyx_req_result_error_info_set(quill_nyx_request_result *result, quill_nyx_
  * missing.", and one info entry: bad-element, the element's name. Logged first, at ERR, with the name.
  *
  * @param element  the name; may be empty
- * @return 0; NYX_RC_INVALID_ARGUMENT: the result is null; NYX_RC_NO_MEMORY: the tag or the info is missing, the rest is
- *         set, and nothing else is held
+ * @return 0; NYX_RC_INVALID_ARGUMENT: the result is null; NYX_RC_NO_MEMORY: the error is as
+ *         nyx_req_result_error_set() leaves it, and the info is as it was; nothing else is held
  */
 rcode nyx_req_result_missing_element_set(nyx_request_ctx *req_ctx, nyx_session_ctx *session,
                                          quill_nyx_request_result *result, const char *element);
@@ -143,8 +145,7 @@ rcode nyx_req_result_custom_error_set(nyx_request_ctx *req_ctx, nyx_session_ctx 
 
 /**
  * Makes a result a bare failure, for a reply that cannot be built for lack of memory: status 0, and no error. What the
- * error holds is released through nyx_gpb_free(), and the error zeroed. One that neither is marked, nor has a mark, nor
- * would be encoded is left as it is. Allocates nothing.
+ * error holds is released through nyx_gpb_free(), marked or not, and the error zeroed. Allocates nothing.
  *
  * @param result  null does nothing
  */
@@ -157,9 +158,10 @@ void nyx_nomem_error_set(quill_nyx_request_result *result);
  *
  * @return
  *  - 0: there is one; the result is as it was, nothing is logged;
- *  - NYX_RC_INVALID_REQUEST: there is none, and the result says so. Its info may lack, without memory to name it;
+ *  - NYX_RC_INVALID_REQUEST: there is none, and the result says so. Without memory to name it, it has no info;
  *  - NYX_RC_INVALID_ARGUMENT: the result is null;
- *  - NYX_RC_NO_MEMORY: there is none, and the tag or the info is missing in the result; nothing else is held.
+ *  - NYX_RC_NO_MEMORY: there is none. The error is as nyx_req_result_error_set() leaves it, and the info is as it was;
+ *    nothing else is held.
  */
 rcode nyx_req_message_id_check(nyx_request_ctx *req_ctx, nyx_session_ctx *session, quill_nyx_request_result *result);
 
@@ -169,11 +171,11 @@ rcode nyx_req_message_id_check(nyx_request_ctx *req_ctx, nyx_session_ctx *sessio
  * always, with tag "invalid-value" and message "Entered session ID was not found." Both are logged at ERR, after the
  * result is filled.
  *
- * @param session_out  becomes the session, owned by the store; null when there is none
+ * @param session_out  not null; becomes the session, owned by the store; null when there is none
  * @return 0: there is a session. Otherwise there is none, and
  *  - NYX_RC_INVALID_REQUEST: the result says so;
  *  - NYX_RC_INVALID_ARGUMENT: the result is null;
- *  - NYX_RC_NO_MEMORY: the result lacks the tag.
+ *  - NYX_RC_NO_MEMORY: the result is as nyx_req_result_error_set() leaves it.
  */
 rcode nyx_req_session_id_lookup(nyx_request_ctx *req_ctx, quill_nyx_request_result *result,
                                 nyx_session_ctx **session_out);
@@ -192,7 +194,8 @@ rcode nyx_req_session_id_lookup(nyx_request_ctx *req_ctx, quill_nyx_request_resu
  *
  * @param me_result  the back end's code
  * @return 0: success. NYX_RC_REQUEST_FAILED: the code was not 0, and the result says so. NYX_RC_INVALID_ARGUMENT: the
- *         result is null. NYX_RC_NO_MEMORY: the code was not 0, and the result lacks the tag
+ *         result is null. NYX_RC_NO_MEMORY: the code was not 0, and the result is as nyx_req_result_error_set() leaves
+ *         it
  */
 rcode nyx_me_request_result_check(nyx_request_ctx *req_ctx, nyx_session_ctx *session, quill_nyx_request_result *result,
                                   rcode me_result);

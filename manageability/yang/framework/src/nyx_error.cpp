@@ -110,25 +110,15 @@ struct element_error {
     const char *message;
 };
 
-rcode set_element_error(const nyx_request_ctx *req_ctx, quill_nyx_request_result *result, const char *element,
+rcode set_element_error(nyx_api_ctx *nyx_ctx, quill_nyx_request_result *result, const char *element,
                         const element_error &error) {
     const rcode rc = nyx_req_result_error_set(result, error.type, NYX_ERROR_SEVERITY_ERROR, error.tag, error.message);
     if (rc != 0) {
         return rc;
     }
     const info_entry wanted[] = {{{"bad-element", "str: bad element"}, {element, "element name string"}}};
-    quill_nyx_datatree *const entries = make_entries(req_ctx->nyx_ctx, wanted);
+    quill_nyx_datatree *const entries = make_entries(nyx_ctx, wanted);
     return entries == nullptr ? NYX_RC_NO_MEMORY : give_entries(result, entries, 1);
-}
-
-// Out of memory
-
-// Whether there is anything in the error that a reader of the result would see, or a mark that would say so.
-bool carries_error(const quill_nyx_request_result &result) {
-    const quill_nyx_error &error = result.error;
-    // A text that is marked but null is no content: it is not encoded.
-    return result.has_error || error.has_error_tag || error.has_error_app_tag ||
-           quill_nyx_error_encode_ext(&error, nullptr, 0, nullptr, nullptr, 0) != 0;
 }
 
 // Request checks
@@ -227,29 +217,31 @@ rcode nyx_req_result_error_info_set(quill_nyx_request_result *result, quill_nyx_
 rcode nyx_req_result_missing_element_set(nyx_request_ctx *req_ctx, nyx_session_ctx *session,
                                          quill_nyx_request_result *result, const char *element) {
     NYX_LOG_OP(ERR, "nyx_req_result_missing_element_set", req_ctx->nyx_ctx, session, req_ctx->request->type,
-               MISSING_ELEMENT ": %s", element);
-    return set_element_error(req_ctx, result, element, {NYX_ERROR_TYPE_PROTOCOL, "missing-element", MISSING_ELEMENT});
+               MISSING_ELEMENT ": %s", nyx::shown(element));
+    return set_element_error(req_ctx->nyx_ctx, result, element,
+                             {NYX_ERROR_TYPE_PROTOCOL, "missing-element", MISSING_ELEMENT});
 }
 
 rcode nyx_req_result_unknown_element_set(nyx_request_ctx *req_ctx, nyx_session_ctx *session,
                                          quill_nyx_request_result *result, const char *element) {
     NYX_LOG_OP(ERR, "nyx_req_result_unknown_element_set", req_ctx->nyx_ctx, session, req_ctx->request->type,
-               UNKNOWN_ELEMENT ": %s", element);
-    return set_element_error(req_ctx, result, element, {NYX_ERROR_TYPE_PROTOCOL, "unknown-element", UNKNOWN_ELEMENT});
+               UNKNOWN_ELEMENT ": %s", nyx::shown(element));
+    return set_element_error(req_ctx->nyx_ctx, result, element,
+                             {NYX_ERROR_TYPE_PROTOCOL, "unknown-element", UNKNOWN_ELEMENT});
 }
 
 rcode nyx_req_result_bad_element_set(nyx_request_ctx *req_ctx, nyx_session_ctx *session,
                                      quill_nyx_request_result *result, const char *element) {
     NYX_LOG_OP(ERR, "nyx_req_result_bad_element_set", req_ctx->nyx_ctx, session, req_ctx->request->type,
-               BAD_ELEMENT ": %s", element);
-    return set_element_error(req_ctx, result, element, {NYX_ERROR_TYPE_PROTOCOL, "bad-element", BAD_ELEMENT});
+               BAD_ELEMENT ": %s", nyx::shown(element));
+    return set_element_error(req_ctx->nyx_ctx, result, element, {NYX_ERROR_TYPE_PROTOCOL, "bad-element", BAD_ELEMENT});
 }
 
 rcode nyx_req_result_custom_error_set(nyx_request_ctx *req_ctx, nyx_session_ctx *session,
                                       quill_nyx_request_result *result, const char *element, const char *message) {
     NYX_LOG_OP(ERR, "nyx_req_result_custom_error_set", req_ctx->nyx_ctx, session, req_ctx->request->type,
-               BAD_ELEMENT ": %s", element);
-    return set_element_error(req_ctx, result, element, {NYX_ERROR_TYPE_APPLICATION, "bad-element", message});
+               BAD_ELEMENT ": %s", nyx::shown(element));
+    return set_element_error(req_ctx->nyx_ctx, result, element, {NYX_ERROR_TYPE_APPLICATION, "bad-element", message});
 }
 
 void nyx_nomem_error_set(quill_nyx_request_result *result) {
@@ -257,11 +249,9 @@ void nyx_nomem_error_set(quill_nyx_request_result *result) {
         return;
     }
     set_status(*result, 0);
-    if (carries_error(*result)) {
-        quill_nyx_error_free_ext(&result->error, nyx_gpb_free, nullptr, 0);
-        result->error = {};
-        result->has_error = 0;
-    }
+    quill_nyx_error_free_ext(&result->error, nyx_gpb_free, nullptr, 0);
+    result->error = {};
+    result->has_error = 0;
 }
 
 rcode nyx_req_message_id_check(nyx_request_ctx *req_ctx, nyx_session_ctx *session, quill_nyx_request_result *result) {
@@ -309,6 +299,7 @@ rcode nyx_req_session_id_lookup(nyx_request_ctx *req_ctx, quill_nyx_request_resu
 
 rcode nyx_me_request_result_check(nyx_request_ctx *req_ctx, nyx_session_ctx *session, quill_nyx_request_result *result,
                                   rcode me_result) {
+    NYX_ASSERT_NOT_NULL(req_ctx->nyx_ctx);
     if (me_result == 0) {
         NYX_LOG_OP(DBG, "nyx_me_request_result_check", req_ctx->nyx_ctx, session, req_ctx->request->type,
                    "ME request success.");

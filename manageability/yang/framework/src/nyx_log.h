@@ -23,6 +23,11 @@ namespace nyx {
 // The number of the next trace line; plain, as all state of the process.
 extern std::uint32_t trace_index;
 
+// For "%s": not every formatter takes a null text.
+inline const char *shown(const char *text) {
+    return text != nullptr ? text : "(null)";
+}
+
 // Formats one entry, cut to 249 characters, and writes it into the context's trace file.
 void write_trace_line(const nyx_debug_ctx_t &debug, const char *format, ...) __attribute__((format(printf, 2, 3)));
 

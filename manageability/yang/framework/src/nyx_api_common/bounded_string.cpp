@@ -47,26 +47,39 @@ void log_zero(const char *caller) {
     }
 }
 
-// 0, or the number of the first check that failed, which is logged. The log context is looked at only then.
-template <const wrapper &Wrapper>
-errno_t check(const char *caller, bool all_given, rsize_t dmax, const char *src, rsize_t slen) {
+// 0, or the number of the first check that failed.
+errno_t check(const wrapper &of, bool all_given, rsize_t dmax, const char *src, rsize_t slen) {
     if (!all_given) {
-        log_null<Wrapper>(caller);
         return SAFE_STR_NULL_POINTER;
     }
     if (dmax == 0 || slen == 0) {
-        log_zero<Wrapper>(caller);
         return SAFE_STR_ZERO_LENGTH;
     }
     if (dmax > RSIZE_MAX || slen > RSIZE_MAX) {
-        NYX_LOG(TRC, Wrapper.name, nyx_ctx_log, "%s: dmax exceeds max. ", caller);
         return SAFE_STR_ABOVE_MAX;
     }
-    if (Wrapper.room == space::checked && slen >= dmax && strnlen_s(src, dmax) >= dmax) {
-        NYX_LOG(TRC, Wrapper.name, nyx_ctx_log, "%s: not enough space for src. ", caller);
-        return SAFE_STR_NO_SPACE;
+    const bool fits = of.room == space::unchecked || slen < dmax || strnlen_s(src, dmax) < dmax;
+    return fits ? 0 : static_cast<errno_t>(SAFE_STR_NO_SPACE);
+}
+
+template <const wrapper &Wrapper>
+errno_t refuse(const char *caller, errno_t failed) {
+    const char *const shown = nyx::shown(caller);
+    switch (failed) {
+        case SAFE_STR_NULL_POINTER:
+            log_null<Wrapper>(shown);
+            break;
+        case SAFE_STR_ZERO_LENGTH:
+            log_zero<Wrapper>(shown);
+            break;
+        case SAFE_STR_ABOVE_MAX:
+            NYX_LOG(TRC, Wrapper.name, nyx_ctx_log, "%s: dmax exceeds max. ", shown);
+            break;
+        default:
+            NYX_LOG(TRC, Wrapper.name, nyx_ctx_log, "%s: not enough space for src. ", shown);
+            break;
     }
-    return 0;
+    return failed;
 }
 
 rcode rcode_of(errno_t result) {
@@ -76,29 +89,49 @@ rcode rcode_of(errno_t result) {
 }  // namespace
 
 errno_t nyx_strcpy_s(const char *caller, char *dest, rsize_t dmax, const char *src) {
-    const errno_t failed = check<copying>(caller, dest != nullptr && src != nullptr, dmax, src, whole);
-    return failed != 0 ? failed : strcpy_s(dest, dmax, src);
+    const errno_t failed = check(copying, dest != nullptr && src != nullptr, dmax, src, whole);
+    if (failed == 0) {
+        return strcpy_s(dest, dmax, src);
+    }
+    NYX_ASSERT_NOT_NULL(nyx_ctx_log);
+    return refuse<copying>(caller, failed);
 }
 
 errno_t nyx_strncpy_s(const char *caller, char *dest, rsize_t dmax, const char *src, rsize_t slen) {
-    const errno_t failed = check<copying_some>(caller, dest != nullptr && src != nullptr, dmax, src, slen);
-    return failed != 0 ? failed : strncpy_s(dest, dmax, src, slen);
+    const errno_t failed = check(copying_some, dest != nullptr && src != nullptr, dmax, src, slen);
+    if (failed == 0) {
+        return strncpy_s(dest, dmax, src, slen);
+    }
+    NYX_ASSERT_NOT_NULL(nyx_ctx_log);
+    return refuse<copying_some>(caller, failed);
 }
 
 errno_t nyx_strcat_s(const char *caller, char *dest, rsize_t dmax, const char *src) {
-    const errno_t failed = check<appending>(caller, dest != nullptr && src != nullptr, dmax, src, whole);
-    return failed != 0 ? failed : strcat_s(dest, dmax, src);
+    const errno_t failed = check(appending, dest != nullptr && src != nullptr, dmax, src, whole);
+    if (failed == 0) {
+        return strcat_s(dest, dmax, src);
+    }
+    NYX_ASSERT_NOT_NULL(nyx_ctx_log);
+    return refuse<appending>(caller, failed);
 }
 
 errno_t nyx_strncat_s(const char *caller, char *dest, rsize_t dmax, const char *src, rsize_t slen) {
-    const errno_t failed = check<appending_some>(caller, dest != nullptr && src != nullptr, dmax, src, whole);
-    return failed != 0 ? failed : strncat_s(dest, dmax, src, slen);
+    const errno_t failed = check(appending_some, dest != nullptr && src != nullptr, dmax, src, whole);
+    if (failed == 0) {
+        return strncat_s(dest, dmax, src, slen);
+    }
+    NYX_ASSERT_NOT_NULL(nyx_ctx_log);
+    return refuse<appending_some>(caller, failed);
 }
 
 errno_t nyx_strcmp_s(const char *caller, const char *dest, rsize_t dmax, const char *src, int *indicator) {
     const bool all_given = dest != nullptr && src != nullptr && indicator != nullptr;
-    const errno_t failed = check<comparing>(caller, all_given, dmax, src, whole);
-    return failed != 0 ? failed : strcmp_s(dest, dmax, src, indicator);
+    const errno_t failed = check(comparing, all_given, dmax, src, whole);
+    if (failed == 0) {
+        return strcmp_s(dest, dmax, src, indicator);
+    }
+    NYX_ASSERT_NOT_NULL(nyx_ctx_log);
+    return refuse<comparing>(caller, failed);
 }
 
 rcode nyx_safe_strncpy(char *dest, rsize_t dmax, const char *src, rsize_t slen) {

@@ -30,8 +30,12 @@ class trace_text : public nyx::dump_text {
         }
     }
 
+    // Tracing may have been switched off since the dump began.
     void write() {
-        nyx::write_trace_line(debug_, "#%u: %.*s", nyx::trace_index++, static_cast<int>(text().size()), text().data());
+        if (debug_.trace_enabled != 0) {
+            nyx::write_trace_line(debug_, "#%u: %.*s", nyx::trace_index++, static_cast<int>(text().size()),
+                                  text().data());
+        }
         clear();
     }
 
