@@ -6,6 +6,7 @@ set(nyx_cmake "${CMAKE_INSTALL_LIBDIR}/cmake/nyx")
 
 install(TARGETS nyx EXPORT nyxTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/manageability/yang/framework/include/" DESTINATION "${nyx_include}")
+install(FILES manageability/yang/framework/gen/nyx.proto DESTINATION "${nyx_include}")
 install(EXPORT nyxTargets NAMESPACE nyx:: DESTINATION "${nyx_cmake}")
 
 install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")

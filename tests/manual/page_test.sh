@@ -7,6 +7,7 @@ page=$1
 scratch=$2
 compiler=$3
 shift 3
+[ ! -e "$scratch" ] || [ -d "$scratch/traces" ] || { echo "$scratch is not a scratch directory" >&2; exit 1; }
 rm -rf "$scratch"
 mkdir -p "$scratch/traces"
 

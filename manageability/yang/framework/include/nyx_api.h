@@ -10,9 +10,13 @@
  * nyx_session_store_init(&api);                                       // nyx_session_store.h
  * nyx_log_set_ctx(&api);                                  // for operations that take no context
  * ... requests ...
+ * nyx_log_set_ctx(NULL);
  * nyx_session_store_cleanup(&api);
  * nyx_debug_cleanup(&api.debug);
  * @endcode
+ *
+ * The agent's name goes into the names of trace files, which the root debug context opens, and all else logs through
+ * that context: hence name, root, the rest. Session store and logging context do not depend on each other.
  *
  * @par Threads
  * The library starts no threads and takes no locks. A caller that uses one API context from several threads serialises

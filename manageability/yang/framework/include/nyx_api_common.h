@@ -45,21 +45,43 @@
  * @section nyx_xpath XPath expressions
  *
  * @code
- * xpath_context path;
- * const char *const keys[] = {"name"};
+ * static const char ns[] = "urn:example:interfaces";
+ * const char *const keys[] = {"ns1:name"};                      // with its prefix: see below
  * const char *const values[] = {"eth0"};
+ * xpath_context path;
  * if (xpath_context_init(&path) != 0) { return ENOMEM; }
- * xpath_prepend(&path, "mtu", NULL, NULL, NULL, 0);
- * xpath_prepend(&path, "interface", "urn:example:interfaces", keys, values, 1);
- * xpath_prepend(&path, "interfaces", "urn:example:interfaces", NULL, NULL, 0);
- * xpath_to_nyx_error(&path, &result.error);   // ns1:interfaces/ns1:interface[name = 'eth0']/mtu, xmlns:ns1
+ * xpath_prepend(&path, "mtu", ns, NULL, NULL, 0);
+ * xpath_prepend(&path, "interface", ns, keys, values, 1);
+ * xpath_prepend(&path, "interfaces", ns, NULL, NULL, 0);
+ * xpath_to_nyx_error(&path, &result.error);
  * xpath_context_destroy(&path);
  * @endcode
  *
+ * The path is `ns1:interfaces/ns1:interface[ns1:name = 'eth0']/ns1:mtu`, with an attribute `xmlns:ns1`.
+ *
  * A context collects the path of a node while its caller walks from the node up to the root: each step is put before
  * what is there. Each namespace gets a prefix, ns1, ns2 and so on in the order of their first use, and the prefixes are
- * declared by attributes of the error path. Key values stand between single quotes **as they are**: one that holds a
- * single quote makes an expression that is none. Results are errno numbers: 0, EINVAL (22), ENOMEM (12).
+ * declared by attributes of the error path. Results are errno numbers: 0, EINVAL (22), ENOMEM (12).
+ *
+ * **Every name needs its prefix.** In XPath 1.0 a name without one is in no namespace, also where the data have a
+ * default namespace: left out once, the path selects nothing. A step with a null namespace has no prefix. Key names are
+ * taken **as they are**, with the prefix that the caller has written. It is the one that the step itself has, or is
+ * about to be given:
+ *
+ * @code
+ * umbra_hashmap_entry *known = umbra_hashmap_get(path.namespace_aliases, ns);
+ * if (known != NULL) {
+ *     snprintf(key, sizeof key, "%s:name", (const char *)umbra_hashmap_value(known));
+ * } else {
+ *     snprintf(key, sizeof key, "ns%u:name", (unsigned)umbra_hashmap_size(path.namespace_aliases) + 1U);
+ * }
+ * @endcode
+ *
+ * **The path is relative, NETCONF's error-path is absolute.** No step puts a "/" at the front: whoever writes the XML
+ * does.
+ *
+ * Key values stand between single quotes **as they are**: one that holds a single quote makes an expression that is
+ * none. Such a predicate can be written by the caller as a part of the step's name, between double quotes.
  *
  * @section nyx_bounded_strings Bounded string operations
  *
@@ -239,8 +261,10 @@ char *nyx_stpcpy(char *dst, const char *src);
  * there are keys, and "/" with the path so far behind it. The path never begins with "/". Its block is described "xpath
  * error string", those of a new namespace "namespace alias" and "copy of namespace for xpath attribute".
  *
- * @param ns          null: the step has no prefix; an empty one is a namespace like any other
- * @param key_names   key_count texts; a null one counts as empty, and so in key_values
+ * @param ns          null, for a node in no namespace: the step has no prefix. An empty one gets a prefix like any
+ *                    other, which XML cannot declare
+ * @param key_names   key_count texts, prefixes included ("ns1:name"); a null one counts as empty, and so in
+ *                    key_values
  * @param key_values  key_count texts; not escaped
  * @return 0, in time linear in the new path. EINVAL: context or name is null, there are keys but no key_names or
  *         key_values, or the caller has put a null prefix into the map. ENOMEM: there is no memory. After a failure the

@@ -9,13 +9,13 @@
  * nyx_request_ctx under_way = {&api, &request};           // request: as decoded
  * nyx_session_ctx *session = NULL;
  *
- * if (nyx_req_message_id_check(&under_way, NULL, &result) == 0) {
- *     nyx_req_session_id_lookup(&under_way, &result, &session);
- * }
- * if (session != NULL) {
+ * rcode rc = nyx_req_message_id_check(&under_way, NULL, &result);
+ * if (rc == 0) { rc = nyx_req_session_id_lookup(&under_way, &result, &session); }
+ * if (rc == 0) {
  *     rcode done = back_end(&request);                    // the work itself
- *     nyx_me_request_result_check(&under_way, session, &result, done);
+ *     rc = nyx_me_request_result_check(&under_way, session, &result, done);
  * }
+ * if (rc == NYX_RC_NO_MEMORY) { nyx_nomem_error_set(&result); }   // the error is not whole
  * ... encode and send the result ...
  * quill_nyx_request_result_free_ext(&result, nyx_gpb_free, NULL, 0);
  * @endcode
@@ -32,10 +32,29 @@
  * so is the result's `error`; `error_path`, `error_message` and `error_info` are not: a nested record that has content
  * is encoded without its mark.
  *
+ * @section nyx_error_undecoded Requests that cannot be decoded
+ *
+ * They get an answer as well. There is no operation to check or to log then, and a partly decoded request is none: only
+ * its memory is released. The result is filled directly:
+ *
+ * @code
+ * int32_t decoded = quill_nyx_request_decode_ext(&request, bytes, size, take, &budget, 0);
+ * if (decoded != 0) {
+ *     int full = decoded == QUILL_DECODE_NO_MEMORY;
+ *     rc = nyx_req_result_error_set(&result, NYX_ERROR_TYPE_RPC, NYX_ERROR_SEVERITY_ERROR,
+ *                                   full ? "resource-denied" : "malformed-message",
+ *                                   full ? "The request is too large." : "The request cannot be decoded.");
+ * }
+ * @endcode
+ *
  * @section nyx_error_memory Memory
  *
  * Every string is a fresh copy made by nyx_strdup(), which refuses while memory is short (nyx_util_set_mem_state()). An
- * error whose message cannot be copied goes without it, and that alone is no failure of the operation.
+ * error whose message cannot be copied goes without it, and that alone is no failure of the operation. After
+ * NYX_RC_NO_MEMORY the error is not whole, it lacks its tag, say, or its info: nyx_nomem_error_set() takes it back, so
+ * that no half of one is sent. Who receives a failure without an error tells the client of it, as NETCONF's
+ * "resource-denied" for instance.
+ *
  * The result owns all of it and gives it back through nyx_gpb_free(), as above. What an operation stores **replaces
  * what was there without releasing it**: set an error once for each result, or empty the result in between.
  *
@@ -100,8 +119,9 @@ rcode nyx_req_result_error_set(quill_nyx_request_result *result, uint32_t error_
  * Sets the error's path: one node named " " with the path as its value, the namespace, and an attribute that binds the
  * prefix ns1 to it (`xmlns:ns1`). For paths through several namespaces see xpath_to_nyx_error() in nyx_api_common.h.
  *
- * @param result  not looked at unless all memory was had; not tested for null
- * @param path    uses the prefix ns1
+ * @param result  not tested for null: a null one ends in a segmentation fault unless there is no memory
+ * @param path    uses the prefix ns1, and is copied as it is. NETCONF wants an absolute one; those of
+ *                xpath_to_nyx_error() have no "/" at the front: whoever writes the XML has to tell them apart
  * @return 0; NYX_RC_NO_MEMORY: the result is as it was, and nothing is held
  */
 rcode nyx_req_result_error_path_set(quill_nyx_request_result *result, const char *ns, const char *path);

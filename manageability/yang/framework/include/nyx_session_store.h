@@ -83,6 +83,9 @@ nyx_session_ctx *nyx_session_find(nyx_api_ctx *nyx_ctx, uint32_t session_id);
  * It is looked up by its id. If the store has that id, the tree's node goes, and the session with both its owned
  * buffers. If not (logged at DBG), the session record alone is released: its owned buffers are left alone.
  *
+ * If the tree does not give the node up (logged at TRC), the node stays in it and **points to the released session**:
+ * the store must neither be used nor cleaned up any more. The tree that comes with the library gives every node up.
+ *
  * @param session a session of this store; null does nothing
  */
 void nyx_session_destroy(nyx_api_ctx *nyx_ctx, nyx_session_ctx *session);
