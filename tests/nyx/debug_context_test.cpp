@@ -612,6 +612,34 @@ TEST_F(DebugInitChild, SeventeenthIsSilentAtLevelError) {
     EXPECT_THAT(recorder().log_lines(), IsEmpty());
 }
 
+// The warning goes each way on its own, as the parent has it.
+TEST_F(DebugInitChild, SeventeenthWarnsWhereItsParentListens) {
+    init_children(16, NYX_COMPONENT_ME);
+    struct expectation {
+        std::uint32_t level;
+        std::uint32_t trace_enabled;
+        std::size_t logged;
+        std::size_t traced;
+    };
+    for (const expectation &each :
+         {expectation{QUILL_NYX_LOGGING_LEVEL_WARNING, 1, 1, 2}, expectation{QUILL_NYX_LOGGING_LEVEL_WARNING, 0, 1, 0},
+          expectation{QUILL_NYX_LOGGING_LEVEL_ERROR, 1, 0, 2}, expectation{QUILL_NYX_LOGGING_LEVEL_ERROR, 0, 0, 0}}) {
+        SCOPED_TRACE(testing::Message() << "level " << each.level << ", tracing " << each.trace_enabled);
+        root().level = each.level;
+        root().trace_enabled = each.trace_enabled;
+        child_ = {};
+        recorder().forget();
+        const std::uint32_t index = next_trace_index();
+        EXPECT_EQ(init(child_, NYX_COMPONENT_QT, &root()), 0);
+        EXPECT_THAT(recorder().log_lines(), SizeIs(each.logged));
+        EXPECT_THAT(recorder().trace_lines(), SizeIs(each.traced));
+        EXPECT_EQ(ret_nc_nyx_trace_index_incr(), index + each.traced);
+        EXPECT_EQ(root().child_count, 16U);
+        EXPECT_EQ(child_.trace_enabled, 1U) << "its own";
+        EXPECT_EQ(nyx_debug_cleanup(&child_), 0);
+    }
+}
+
 TEST_F(DebugInitChild, MayHaveChildren) {
     init_root();
     nyx_debug_ctx_t grandchild{};

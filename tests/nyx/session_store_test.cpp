@@ -706,6 +706,103 @@ TEST_F(SessionDestroy, KeepsANodeThatTheTreeKeeps) {
     umbra_named_free(node);
 }
 
+// Lines of a debug log alone, of a trace file alone, and none.
+
+class SessionLines : public SessionStore {
+  protected:
+    // The number of lines that a failing creation, or a destruction, writes in each of the two ways.
+    struct counts {
+        std::size_t logged;
+        std::size_t traced;
+        bool operator==(const counts &) const = default;
+    };
+
+    template <class Operation>
+    counts lines_of(std::uint32_t level, std::uint32_t trace_enabled, const Operation &run) {
+        root().level = level;
+        root().trace_enabled = trace_enabled;
+        recorder().forget();
+        const std::uint32_t index = next_trace_index();
+        run();
+        const counts written{recorder().log_lines().size(), recorder().trace_lines().size()};
+        // A number is taken for each trace line, and for nothing else.
+        EXPECT_EQ(ret_nc_nyx_trace_index_incr(), index + written.traced);
+        return written;
+    }
+
+    // Each of the two ways is open or shut on its own. `run` writes one line of a type that `level` just allows, and
+    // `traced` lines in all.
+    template <class Operation>
+    void expect_ways(std::uint32_t level, std::size_t traced, const Operation &run) {
+        EXPECT_EQ(lines_of(level, 1, run), (counts{1, traced}));
+        EXPECT_EQ(lines_of(level, 0, run), (counts{1, 0}));
+        EXPECT_EQ(lines_of(level - 1, 1, run), (counts{0, traced}));
+        EXPECT_EQ(lines_of(level - 1, 0, run), (counts{0, 0}));
+    }
+};
+
+TEST_F(SessionLines, OfACreationWithoutMemoryForTheSession) {
+    expect_ways(QUILL_NYX_LOGGING_LEVEL_ERROR, 1, [&] {
+        recorder().fail_nothing();
+        recorder().fail_allocation(1);
+        EXPECT_EQ(nyx_session_create(&api_), nullptr);
+    });
+}
+
+TEST_F(SessionLines, OfACreationWithoutMemoryForTheNode) {
+    // That of the assigned id is traced besides.
+    expect_ways(QUILL_NYX_LOGGING_LEVEL_ERROR, 2, [&] {
+        recorder().fail_nothing();
+        recorder().fail_allocation(2);
+        EXPECT_EQ(nyx_session_create(&api_), nullptr);
+    });
+}
+
+TEST_F(SessionLines, OfACreationThatTheTreeRefuses) {
+    expect_ways(QUILL_NYX_LOGGING_LEVEL_ERROR, 2, [&] {
+        recorder().fail_nothing();
+        recorder().fail("umbra_wavl_insert");
+        EXPECT_EQ(nyx_session_create(&api_), nullptr);
+    });
+}
+
+TEST_F(SessionLines, OfACreationWithoutAFreeId) {
+    expect_ways(QUILL_NYX_LOGGING_LEVEL_ERROR, 16, [&] {
+        draw(std::vector<std::uint32_t>(15, 0));
+        EXPECT_EQ(nyx_session_create(&api_), nullptr);
+    });
+}
+
+TEST_F(SessionLines, OfTheDestructionOfAStranger) {
+    expect_ways(QUILL_NYX_LOGGING_LEVEL_DEBUG, 1, [&] {
+        auto *const stranger =
+            static_cast<nyx_session_ctx *>(umbra_named_calloc_(1, sizeof(nyx_session_ctx), "stranger"));
+        stranger->session_id = 7;
+        nyx_session_destroy(&api_, stranger);
+        EXPECT_THAT(recorder().live_blocks(), IsEmpty());
+    });
+}
+
+TEST_F(SessionLines, OfANodeThatTheTreeKeeps) {
+    expect_ways(QUILL_NYX_LOGGING_LEVEL_TRACE, 1, [&] {
+        const std::uint32_t trace_enabled = root().trace_enabled;
+        const std::uint32_t level = root().level;
+        root().trace_enabled = 0;
+        root().level = QUILL_NYX_LOGGING_LEVEL_NONE;
+        nyx_session_ctx *const session = create(8);
+        root().trace_enabled = trace_enabled;
+        root().level = level;
+        auto *const node =
+            reinterpret_cast<umbra_wavl_node *>(recorder().calls("umbra_named_malloc_").at(0).result.bits);
+        recorder().fail_nothing();
+        recorder().fail("umbra_wavl_delete");
+        nyx_session_destroy(&api_, session);
+        EXPECT_THAT(recorder().live_blocks(), ElementsAre(node_text));
+        ASSERT_NE(umbra_wavl_delete(&api_.session_tree, node), nullptr);
+        umbra_named_free(node);
+    });
+}
+
 // Cleanup
 
 TEST_F(SessionStoreCleanup, ReleasesRecordsAndNodesInOrder) {
