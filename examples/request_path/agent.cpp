@@ -42,6 +42,15 @@ void decode(const message &reply, owned_response &response) {
     }
 }
 
+/* The failure of a request that the client does not know of. */
+rpc_failure failure_of(const quill_nyx_error &error) {
+    if (error.error_tag == nullptr) {
+        throw std::bad_alloc();
+    }
+    return simple_failure(error.error_type, error.error_tag,
+                          error.error_message.text == nullptr ? "" : error.error_message.text);
+}
+
 xmlNode *rpc_element(const xml_document &document) {
     xmlNode *root = xmlDocGetRootElement(document.get());
     if (!is_netconf(root, "rpc")) {
@@ -73,14 +82,15 @@ bool agent::handle(std::string_view text, const speaker &from) {
 }
 
 bool agent::handle_one(std::string_view text, const speaker &from) {
-    const std::optional<uint32_t> id = session_id(from);
     xml_document document;
     owned_request request;
     owned_result result;
     nyx_request_ctx under_way{&api_, &request.record};
     try {
         document = parse_xml(text);
-        read_request(rpc_element(document), request.record);
+        xmlNode *const rpc = rpc_element(document);
+        const std::optional<uint32_t> id = session_id(from);
+        read_request(rpc, request.record);
         address(request.record, id);
         const message reply = ask(under_way, std::exchange(cut_after_, std::nullopt));
         if (reply.kind == message_kind::response) {
@@ -113,7 +123,8 @@ std::optional<uint32_t> agent::session_id(const speaker &from) {
     return known ? *known : open_session(from.session);
 }
 
-/* A session is opened once: after its end, its requests are refused. */
+/* A session is opened once: after its end, its requests are refused. When it cannot be opened, the reason is the answer
+ * to the rpc, and the next one tries again. */
 uint32_t agent::open_session(uint32_t session) {
     owned_request request;
     request.record.type = QUILL_NYX_REQUEST_TYPE_START_SESSION;
@@ -124,8 +135,11 @@ uint32_t agent::open_session(uint32_t session) {
     const nyx_request_ctx under_way{&api_, &request.record};
     owned_result result;
     decode(ask(under_way, std::nullopt), result);
-    if (result.record.uint32_1 == 0 || !result.record.has_uint32_2) {
-        throw conversation_error("the processor opens no session");
+    if (result.record.uint32_1 == 0) {
+        throw failure_of(result.record.error);
+    }
+    if (!result.record.has_uint32_2) {
+        throw conversation_error("the processor opens a session without an id");
     }
     const uint32_t id = result.record.uint32_2;
     LOG_REQUEST(DBG, NYX, under_way, nullptr, "session %u is session-id=%u of the processor", session, id);

@@ -41,9 +41,12 @@ store named_store(const quill_nyx_datastore &record, const char *role) {
     return *which;
 }
 
-/* A tree as it came from the agent, as a datastore's content. */
+/* A tree as it came from the agent, as a datastore's content. A text is none: it belongs to no element of the data. */
 node content_of(const quill_nyx_datatree &config) {
     node content = read_tree(config);
+    if (!content.value.empty()) {
+        throw bad_element("config");
+    }
     content.name.clear();
     content.name_space.clear();
     content.attributes.clear();
@@ -164,7 +167,7 @@ void back_end::edit_config(const quill_nyx_edit_config &body, const call &now) {
     node content = stores_.content(which);
     const bool keep_going = body.has_uint32_4 && body.uint32_4 == error_continue;
     const auto by_default = body.has_uint32_2 ? static_cast<default_operation>(body.uint32_2) : default_merge;
-    const auto failures = edit(content, read_tree(body.config), by_default, keep_going);
+    const auto failures = edit(content, content_of(body.config), by_default, keep_going);
     const uint32_t test = body.has_uint32_3 ? body.uint32_3 : uint32_t{test_then_set};
     if (test != test_set) {
         validate(content);

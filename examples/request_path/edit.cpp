@@ -3,6 +3,7 @@
 #include <quill_nyx.h>
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -23,33 +24,41 @@ constexpr uint32_t operation_none = QUILL_NYX_EDIT_OPERATION_REMOVE + 1;
 /* Where a node is: its ancestors from the top, and itself. */
 class node_path {
   public:
-    void enter(const node &next) { steps_.push_back({&next, std::nullopt}); }
+    void enter(const node &next, distinction mark) { steps_.emplace_back(&next, std::move(mark)); }
     void leave() { steps_.pop_back(); }
 
     /* @return the failure with this path in it */
-    rpc_failure blame(rpc_failure failure) {
+    rpc_failure blame(rpc_failure failure) const {
         failure.path = std::make_shared<error_path>();
         std::for_each(steps_.rbegin(), steps_.rend(),
-                      [&](step &next) { failure.path->prepend(*next.place, key_of(next)); });
+                      [&](const auto &step) { failure.path->prepend(*step.first, step.second); });
         return failure;
     }
 
   private:
-    struct step {
-        const node *place;
-        std::optional<const node *> key;  ///< once it has been looked for
-    };
-
-    /* Many failures may share an ancestor that has many children. */
-    static const node *key_of(step &of) {
-        if (!of.key) {
-            of.key = key_leaf(*of.place);
-        }
-        return *of.key;
-    }
-
-    std::vector<step> steps_;
+    std::vector<std::pair<const node *, distinction>> steps_;
 };
+
+distinction by_key(const node &key, std::string_view value) {
+    return {distinction::means::key, key.name, std::string(value)};
+}
+
+distinction by_value(std::string_view value) {
+    return {distinction::means::value, {}, std::string(value)};
+}
+
+distinction by_position(uint32_t position) {
+    return {position == 0 ? distinction::means::absence : distinction::means::position, {}, {}, position};
+}
+
+/* Numbers the nodes of the same name and parent: paths are about the data as they were before the edit. */
+void number_instances(node &parent) {
+    std::map<std::pair<std::string_view, std::string_view>, uint32_t> counts;
+    for (node &child : parent.children) {
+        child.instance = ++counts[{child.name_space, child.name}];
+        number_instances(child);
+    }
+}
 
 bool same_instance(const node &wanted, const node &existing, bool repeated) {
     if (!same_name(wanted, existing)) {
@@ -178,6 +187,23 @@ class edited_children {
         return found == candidates.end() ? std::nullopt : std::optional(*found);
     }
 
+    /* How to tell the node that was found, or looked for, from its siblings: in the words of the data, as white space
+     * around a key or value is of no importance here, but is to XPath. */
+    distinction tell(const std::optional<size_t> &found, const node &wanted, bool repeated) const {
+        const node *existing = found ? &children_[*found] : nullptr;
+        const bool is_only = index_.candidates(wanted, repeated).size() <= 1;
+        if (const node *key = key_leaf(wanted); key != nullptr && is_only) {
+            return by_key(*key, existing == nullptr ? trimmed(key->value) : find_child(*existing, *key)->value);
+        }
+        if (key_leaf(wanted) == nullptr && !repeated) {
+            return {};
+        }
+        if (wanted.is_leaf() && !wanted.value.empty() && is_only) {
+            return by_value(existing == nullptr ? trimmed(wanted.value) : existing->value);
+        }
+        return by_position(existing == nullptr ? 0 : existing->instance);
+    }
+
     size_t add(node child) {
         children_.push_back(std::move(child));
         index_.put(children_.size() - 1);
@@ -225,8 +251,9 @@ class editor {
         const sibling_index wanted_ones(edits.children);
         for (const node &wanted : edits.children) {
             const bool repeated = wanted_ones.repeats(wanted) || children.repeats(wanted);
-            path_.enter(wanted);
-            apply(children, children.find(wanted, repeated), wanted, wanted.operation.value_or(inherited));
+            const std::optional<size_t> found = children.find(wanted, repeated);
+            path_.enter(wanted, children.tell(found, wanted, repeated));
+            apply(children, found, wanted, wanted.operation.value_or(inherited));
             path_.leave();
         }
         children.finish();
@@ -244,7 +271,8 @@ class editor {
                 break;
             case QUILL_NYX_EDIT_OPERATION_REPLACE:
                 children.change(found ? *found : children.add(shell(wanted)), [&](node &place) {
-                    place = shell(wanted);
+                    const uint32_t instance = std::exchange(place, shell(wanted)).instance;
+                    place.instance = instance;
                     merge(place, wanted, operation);
                 });
                 break;
@@ -275,11 +303,7 @@ class editor {
             return fail("operation-failed", "The data is a leaf on one side and holds other data on the other.");
         }
         place.value = wanted.value;
-        for (const attribute &a : wanted.attributes) {
-            const auto same = std::find_if(place.attributes.begin(), place.attributes.end(),
-                                           [&a](const attribute &other) { return other.key == a.key; });
-            same == place.attributes.end() ? place.attributes.push_back(a) : void(*same = a);
-        }
+        merge_attributes(place, wanted);
         apply_children(place, wanted, operation);
     }
 
@@ -317,19 +341,41 @@ void drop_unmentioned(node &content, const node &config) {
     content.children = std::move(kept);
 }
 
-void validate_children(const node &parent, node_path &path) {
+/* As edited_children::tell(), of a node that is there, and without an index: it takes a look at all siblings. */
+distinction tell_among(const std::vector<node> &siblings, const node &one) {
+    if (const node *key = key_leaf(one)) {
+        return by_key(*key, key->value);
+    }
+    uint32_t instances = 0;
+    uint32_t position = 0;
+    uint32_t of_its_content = 0;
+    for (const node &other : siblings) {
+        instances += same_name(other, one) ? 1 : 0;
+        of_its_content += same_content(other, one) ? 1 : 0;
+        position = &other == &one ? instances : position;
+    }
+    if (instances == 1) {
+        return {};
+    }
+    return one.is_leaf() && of_its_content == 1 ? by_value(one.value) : by_position(position);
+}
+
+/* @param above  the nodes that have been entered, the datastore's own first; not changed in the end */
+void validate_children(std::vector<const node *> &above) {
     std::set<std::tuple<std::string_view, std::string_view, std::string_view>> seen;
-    for (const node &child : parent.children) {
-        path.enter(child);
+    for (const node &child : above.back()->children) {
+        above.push_back(&child);
         const node *key = key_leaf(child);
         if (key != nullptr && !seen.emplace(child.name_space, child.name, trimmed(key->value)).second) {
-            rpc_failure failure =
-                simple_failure(NYX_ERROR_TYPE_APPLICATION, "operation-failed", "Two entries have the same key.");
-            failure.app_tag = "data-not-unique";
-            throw path.blame(std::move(failure));
+            node_path path;
+            for (size_t level = 1; level < above.size(); ++level) {
+                path.enter(*above[level], tell_among(above[level - 1]->children, *above[level]));
+            }
+            throw path.blame(
+                simple_failure(NYX_ERROR_TYPE_APPLICATION, "operation-failed", "Two entries have the same key."));
         }
-        validate_children(child, path);
-        path.leave();
+        validate_children(above);
+        above.pop_back();
     }
 }
 
@@ -339,6 +385,7 @@ std::vector<rpc_failure> edit(node &content, const node &config, default_operati
     if (config.operation) {  // it would be that of the datastore, which is not one of the nodes that it holds
         throw bad_attribute("operation", "config");
     }
+    number_instances(content);
     editor work(keep_going);
     switch (by_default) {
         case default_merge:
@@ -358,8 +405,8 @@ std::vector<rpc_failure> edit(node &content, const node &config, default_operati
 }
 
 void validate(const node &content) {
-    node_path path;
-    validate_children(content, path);
+    std::vector<const node *> above{&content};
+    validate_children(above);
 }
 
 }  // namespace request_path

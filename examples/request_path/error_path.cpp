@@ -56,21 +56,38 @@ error_path::context::context() {
     }
 }
 
-void error_path::prepend(const node &place, const node *key) {
+void error_path::prepend(const node &place, const distinction &mark) {
     const char *const name_space = place.name_space.empty() ? nullptr : place.name_space.c_str();
     require(xpath_prepend(&prefixes_.xpath, place.name.c_str(), name_space, nullptr, nullptr, 0));
-    if (key == nullptr) {
-        return require(xpath_prepend(&path_.xpath, place.name.c_str(), name_space, nullptr, nullptr, 0));
+    std::string step = place.name;
+    switch (mark.by) {
+        case distinction::means::key:
+            return prepend_comparison(step, name_space, prefix_in(prefixes_.xpath, name_space) + mark.key, mark.value);
+        case distinction::means::value:
+            return prepend_comparison(step, name_space, ".", mark.value);
+        case distinction::means::position:
+            step += '[';
+            step += std::to_string(mark.position);
+            step += ']';
+            break;
+        case distinction::means::absence:
+            step += "[last() + 1]";
+            break;
+        case distinction::means::name:
+            break;
     }
-    const std::string key_name = prefix_in(prefixes_.xpath, name_space) + key->name;
-    const std::string value(trimmed(key->value));
+    require(xpath_prepend(&path_.xpath, step.c_str(), name_space, nullptr, nullptr, 0));
+}
+
+void error_path::prepend_comparison(const std::string &name, const char *name_space, const std::string &key,
+                                    const std::string &value) {
     if (value.find('\'') != std::string::npos) {  // the library would put it between single quotes as it is
-        const std::string step = place.name + "[" + key_name + " = " + quoted(value) + "]";
+        const std::string step = name + "[" + key + " = " + quoted(value) + "]";
         return require(xpath_prepend(&path_.xpath, step.c_str(), name_space, nullptr, nullptr, 0));
     }
-    const char *const names[] = {key_name.c_str()};
+    const char *const keys[] = {key.c_str()};
     const char *const values[] = {value.c_str()};
-    require(xpath_prepend(&path_.xpath, place.name.c_str(), name_space, names, values, 1));
+    require(xpath_prepend(&path_.xpath, name.c_str(), name_space, keys, values, 1));
 }
 
 bool error_path::write(quill_nyx_error &error) {

@@ -13,7 +13,7 @@ rpc_failure element_failure(failure_kind kind, const std::string &name) {
     return failure;
 }
 
-/* An error with neither path nor application tag; of those that name no element, without info as well. */
+/* An error without a path; of those that name no element, without info as well. */
 rcode set_error(const rpc_failure &failure, nyx_request_ctx &under_way, nyx_session_ctx *session,
                 quill_nyx_request_result &result) {
     const char *const element = failure.element.c_str();
@@ -64,15 +64,6 @@ rcode set_info(const rpc_failure &failure, nyx_api_ctx &api, quill_nyx_request_r
     return code;
 }
 
-rcode set_app_tag(const rpc_failure &failure, quill_nyx_error &error) {
-    if (failure.app_tag.empty()) {
-        return 0;
-    }
-    error.error_app_tag = nyx_strdup(failure.app_tag.c_str(), "error application tag");
-    error.has_error_app_tag = error.error_app_tag != nullptr;
-    return error.has_error_app_tag ? 0 : NYX_RC_NO_MEMORY;
-}
-
 }  // namespace
 
 rpc_failure missing_element(const std::string &name) {
@@ -117,9 +108,9 @@ rpc_failure simple_failure(uint32_t type, const std::string &tag, const std::str
 
 void write_failure(const rpc_failure &failure, nyx_request_ctx &under_way, nyx_session_ctx *session,
                    quill_nyx_request_result &result) {
-    const bool is_complete =
-        set_error(failure, under_way, session, result) == 0 && set_info(failure, *under_way.nyx_ctx, result) == 0 &&
-        set_app_tag(failure, result.error) == 0 && (failure.path == nullptr || failure.path->write(result.error));
+    const bool is_complete = set_error(failure, under_way, session, result) == 0 &&
+                             set_info(failure, *under_way.nyx_ctx, result) == 0 &&
+                             (failure.path == nullptr || failure.path->write(result.error));
     if (!is_complete) {
         nyx_nomem_error_set(&result);
     }

@@ -29,8 +29,7 @@ struct rpc_failure {
     std::string tag;
     std::string message;
     std::vector<std::pair<std::string, std::string>> info;  ///< elements of error-info: name and value
-    std::string app_tag;
-    std::shared_ptr<error_path> path;  ///< null: none
+    std::shared_ptr<error_path> path;                       ///< null: none
 };
 
 rpc_failure missing_element(const std::string &name);

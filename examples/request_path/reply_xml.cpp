@@ -61,19 +61,36 @@ const char *name_of(const std::array<const char *, count> &names, uint32_t numbe
 constexpr std::array error_types{"transport", "rpc", "protocol", "application"};
 constexpr std::array severities{"error", "warning"};
 
+/* The client may use one of the path's prefixes for NETCONF's own elements: then this one has none, or the prefix that
+ * it declares would be its own. */
 void append_path(xmlNode *error, const quill_nyx_datatree &record) {
     const node path = read_tree(record);
     xmlNode *element = append_element(error, "error-path", "/" + path.value);  // NETCONF's paths are absolute
     for (const attribute &a : path.attributes) {
-        if (a.key.starts_with("xmlns:")) {
-            xmlNewNs(element, xml_chars(a.value.c_str()), xml_chars(a.key.c_str() + 6));
+        if (!a.key.starts_with("xmlns:")) {
+            continue;
+        }
+        const xmlChar *prefix = xml_chars(a.key.c_str() + 6);
+        xmlNewNs(element, xml_chars(a.value.c_str()), prefix);
+        if (xmlStrEqual(prefix, error->ns->prefix) != 0) {
+            xmlSetNs(element, xmlNewNs(element, error->ns->href, nullptr));
         }
     }
+}
+
+/* The type of these is xs:QName, for which the fourth edition of XML 1.0 says what a name is. An element that only the
+ * fifth allows cannot be named. */
+bool can_be_named(const node &entry) {
+    const bool is_name = entry.name == "bad-element" || entry.name == "bad-attribute";
+    return !is_name || xmlValidateNCName(xml_chars(entry.value.c_str()), 0) == 0;
 }
 
 void append_info(xmlNode *error, const quill_nyx_datatree &record) {
     xmlNode *element = append_element(error, "error-info");
     for (node entry : read_tree(record).children) {
+        if (!can_be_named(entry)) {
+            continue;
+        }
         if (entry.name_space.empty()) {
             entry.name_space = netconf_namespace;
         }

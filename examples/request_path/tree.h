@@ -30,6 +30,7 @@ struct node {
     std::vector<attribute> attributes;
     std::vector<node> children;
     std::optional<uint32_t> operation;  ///< a quill_nyx_edit_operation; only in the configuration of an edit
+    uint32_t instance = 0;  ///< while it is edited: the so-manieth of its name under its parent before; 0: added since
 
     bool is_leaf() const { return children.empty(); }
 };
@@ -51,6 +52,13 @@ bool declares_namespace(const attribute &a);
 
 /** @return the attribute's name with its prefix, if any, replaced by "{namespace}" */
 std::string expanded_name(const node &holder, const attribute &a);
+
+/**
+ * Adds the attributes of @p with to those of @p place and takes its values for those that both have. Attributes are the
+ * same when namespace and local name agree; a prefix that means two things in the two nodes is replaced by another for
+ * the attributes that were there. Declarations stay as far as one of the attributes needs them.
+ */
+void merge_attributes(node &place, const node &with);
 
 /** Names that the key of a list entry may have, the preferred one first. */
 inline constexpr std::array key_names{"name", "id", "ip", "index"};

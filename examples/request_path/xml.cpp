@@ -6,7 +6,6 @@
 #include <quill_nyx.h>
 
 #include <array>
-#include <climits>
 #include <new>
 #include <utility>
 
@@ -59,15 +58,24 @@ bool nests_too_deeply(const xmlParserCtxt &parser) {
            static_cast<unsigned>(parser.nameNr) > xmlParserMaxDepth;
 }
 
+/* Not the last error: the parser goes on to complain of an element without a name. */
+void note_name_too_long(xmlParserCtxt *parser, int error) {
+    if (error == XML_ERR_NAME_TOO_LONG) {
+        parser->_private = parser;
+    }
+}
+
 }  // namespace
 
 xml_document parse_xml(std::string_view text) {
-    if (text.size() > INT_MAX) {
+    if (text.size() > XML_MAX_TEXT_LENGTH) {  // as long as the parser takes attributes and comments
         throw simple_failure(NYX_ERROR_TYPE_RPC, "too-big", "The message is too long.");
     }
     const std::unique_ptr<xmlParserCtxt, parser_release> parser(require(xmlNewParserCtxt()));
     parser->sax->internalSubset = refuse_document_type;
-    parser->sax->serror = [](void *, auto *) {};  // some complaints are printed in spite of the options
+    parser->sax->serror = [](void *of, auto *error) {  // and some complaints are printed in spite of the options
+        note_name_too_long(static_cast<xmlParserCtxt *>(of), error->code);
+    };
     constexpr int quietly_and_alone = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOCDATA;
     xml_document document(xmlCtxtReadMemory(parser.get(), text.data(), static_cast<int>(text.size()), nullptr, nullptr,
                                             quietly_and_alone));
@@ -76,6 +84,9 @@ xml_document parse_xml(std::string_view text) {
     }
     if (document == nullptr && nests_too_deeply(*parser)) {
         throw simple_failure(NYX_ERROR_TYPE_RPC, "too-big", "The message nests deeper than the XML parser goes.");
+    }
+    if (document == nullptr && parser->_private != nullptr) {
+        throw simple_failure(NYX_ERROR_TYPE_RPC, "too-big", "The message has a name longer than the XML parser takes.");
     }
     if (document == nullptr) {
         throw malformed("The message is not well-formed XML (line " + std::to_string(parser->lastError.line) + ").");

@@ -44,7 +44,7 @@ else
     awk '/^]]>]]>$/ { text = ""; next } { text = text $0 "\n" } END { printf "%s", text }' \
         "$work/replies" >"$work/output"
     expected_code=0
-    if grep -Eq '<([a-z]+:)?rpc-error>' "$expected"; then
+    if grep -Eq '<([^ <>/:]+:)?rpc-error>' "$expected"; then
         expected_code=1
     fi
     if [ -s "$work/errors" ]; then

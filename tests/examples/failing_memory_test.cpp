@@ -1,25 +1,20 @@
 /* The processor when memory runs out: each allocation of a conversation fails once, and every request is answered. */
 #include <gtest/gtest.h>
-#include <libxml/parser.h>
-#include <libxml/xmlschemas.h>
 #include <nyx_session_store.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <fstream>
 #include <iterator>
-#include <memory>
+#include <optional>
 #include <regex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "conversation.h"
 #include "processor.h"
 #include "recording_platform.h"
-#include "records.h"
-#include "reply_xml.h"
-#include "request_xml.h"
-#include "xml.h"
 
 using namespace request_path;
 using nyx_test::recorder;
@@ -48,6 +43,7 @@ const std::vector<input> inputs{
     {"quotes_in_key.xml", who::second},
     {"validate_config.xml"},
     {"bad_operation_on_config.xml", who::second},
+    {"bad_text_in_config.xml", who::second},
     {"bad_unknown_datastore.xml"},
     {"edit_startup.xml"},
     {"rfc6241_4_3_missing_message_id.xml"},
@@ -71,15 +67,17 @@ struct sessions {
 message encoded(const input &one, const sessions &ids) {
     std::ifstream file(std::string(INPUTS "/") + one.file);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const xml_document document = parse_xml(text);
-    owned_request request;
-    read_request(xmlDocGetRootElement(document.get()), request.record);
-    request.record.has_session_id = one.from != who::none;
-    request.record.session_id = one.from == who::first ? ids.first : one.from == who::second ? ids.second : 1;
-    message outgoing;
-    outgoing.bytes.resize(quill_nyx_request_encode_ext(&request.record, nullptr, 0, nullptr, nullptr, 0));
-    quill_nyx_request_encode_ext(&request.record, outgoing.bytes.data(), outgoing.bytes.size(), nullptr, nullptr, 0);
-    return outgoing;
+    switch (one.from) {
+        case who::first:
+            return request_of(text, ids.first);
+        case who::second:
+            return request_of(text, ids.second);
+        case who::unknown:
+            return request_of(text, 1);
+        case who::none:
+            break;
+    }
+    return request_of(text, std::nullopt);
 }
 
 std::vector<message> all_requests() {
@@ -89,31 +87,6 @@ std::vector<message> all_requests() {
     std::transform(inputs.begin(), inputs.end(), all.begin(), [&](const input &one) { return encoded(one, ids); });
     all.push_back({message_kind::request, {0x1A, 0x7F, 'x'}});  // no request at all
     return all;
-}
-
-/* What the agent prints. */
-std::string as_xml(const message &reply) {
-    if (reply.kind == message_kind::response) {
-        owned_response response;
-        EXPECT_EQ(quill_nyx_response_decode_ext(&response.record, reply.bytes.data(), reply.bytes.size(), nyx_gpb_alloc,
-                                                nullptr, 0),
-                  0);
-        return write_reply(nullptr, response.record);
-    }
-    owned_result result;
-    EXPECT_EQ(quill_nyx_request_result_decode_ext(&result.record, reply.bytes.data(), reply.bytes.size(), nyx_gpb_alloc,
-                                                  nullptr, 0),
-              0);
-    return write_reply(nullptr, result.record);
-}
-
-bool is_valid(const std::string &reply) {
-    const std::unique_ptr<xmlSchemaParserCtxt, decltype(&xmlSchemaFreeParserCtxt)> parser(
-        xmlSchemaNewParserCtxt(SCHEMA), xmlSchemaFreeParserCtxt);
-    const std::unique_ptr<xmlSchema, decltype(&xmlSchemaFree)> schema(xmlSchemaParse(parser.get()), xmlSchemaFree);
-    const std::unique_ptr<xmlSchemaValidCtxt, decltype(&xmlSchemaFreeValidCtxt)> validator(
-        xmlSchemaNewValidCtxt(schema.get()), xmlSchemaFreeValidCtxt);
-    return xmlSchemaValidateDoc(validator.get(), parse_xml(reply).get()) == 0;
 }
 
 std::string without(const std::string &reply, const std::string &element) {
@@ -204,7 +177,7 @@ TEST_F(FailingMemory, EveryAllocationMayFailAndEveryRequestIsAnswered) {
                 continue;
             }
             ++reduced;
-            EXPECT_TRUE(is_valid(replies[i])) << replies[i];
+            EXPECT_TRUE(is_valid_reply(replies[i])) << replies[i];
             EXPECT_TRUE(replies[i] == bare_failure || lacks_only(element_without(failed), replies[i], complete[i]))
                 << "request " << i << ": " << replies[i];
         }
@@ -217,9 +190,9 @@ TEST_F(FailingMemory, EveryAllocationMayFailAndEveryRequestIsAnswered) {
 
 TEST_F(FailingMemory, AllRepliesAreValidWithEnoughOfIt) {
     for (const std::string &reply : replies_with(0)) {
-        EXPECT_TRUE(is_valid(reply)) << reply;
+        EXPECT_TRUE(is_valid_reply(reply)) << reply;
     }
-    EXPECT_FALSE(is_valid("<rpc-reply xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\"><no/></rpc-reply>"));
+    EXPECT_FALSE(is_valid_reply("<rpc-reply xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\"><no/></rpc-reply>"));
 }
 
 TEST_F(FailingMemory, WhatHasATextIsABareFailureUnderPressure) {
