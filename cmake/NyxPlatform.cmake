@@ -6,12 +6,35 @@
 #   headers those of NAME include.
 include(CMakePackageConfigHelpers)
 
+# What a mistake in a release must not be turned into: a return address that was overwritten (stack protector, shadow
+# stack), a buffer of known size that is overrun (fortified C functions), a jump into the middle of things (indirect
+# branch tracking), a table or a stack that is written and then run. docs/reliability.md tells what each costs.
+if(NOT TARGET nyx_hardened)
+  add_library(nyx_hardened INTERFACE)
+  # Large frames must not step over a small stack's guard page.
+  target_compile_options(nyx_hardened INTERFACE
+    -fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
+  if(NOT NYX_SANITIZE)  # sanitizers watch the plain names of the C library's functions
+    set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)  # fortified functions need the optimiser
+    target_compile_options(nyx_hardened INTERFACE
+      "$<${optimised}:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>")
+  endif()
+  target_link_options(nyx_hardened INTERFACE
+    LINKER:-z,relro,-z,now LINKER:-z,noexecstack LINKER:-z,separate-code)
+endif()
+
+# Holds for what the including directory builds: the platform's libraries and the programs that come with them.
+include(CheckPIESupported)
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+add_compile_options($<TARGET_PROPERTY:nyx_hardened,INTERFACE_COMPILE_OPTIONS>)
+add_link_options($<TARGET_PROPERTY:nyx_hardened,INTERFACE_LINK_OPTIONS>)
+
 function(nyx_harden_library name map)
-  # C programs link these libraries: no C++ runtime may be needed. Large frames must not step over a small stack's guard
-  # page.
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:nyx_hardened>)
+  # C programs link these libraries: no C++ runtime may be needed.
   target_compile_options(${name} PRIVATE
-    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-plt>
-    -fstack-clash-protection)
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-plt>)
   # Messages name source files as they stand in the repository.
   target_compile_options(${name} PRIVATE "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
   set_target_properties(${name} PROPERTIES
@@ -22,7 +45,11 @@ function(nyx_harden_library name map)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
     LINK_DEPENDS "${map}")
-  target_link_options(${name} PRIVATE "LINKER:--version-script=${map}" LINKER:-z,relro,-z,now LINKER:--as-needed)
+  target_link_options(${name} PRIVATE "LINKER:--version-script=${map}" LINKER:--as-needed)
+  # The C library's start files may be without branch-tracking marks, and then the linker drops ours. All that can be
+  # jumped to in them are an _init and a _fini that do nothing for us: without these two the mark is true. The names
+  # given are nobody's.
+  target_link_options(${name} PRIVATE LINKER:-z,ibt,-z,shstk LINKER:-init=${name}_has_no_init,-fini=${name}_has_no_fini)
   if(NOT NYX_SANITIZE)  # a sanitizer's runtime is in the program, not in the library
     target_link_options(${name} PRIVATE LINKER:--no-undefined)
   endif()
