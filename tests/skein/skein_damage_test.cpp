@@ -1,12 +1,14 @@
 // Files that are not as a living writer leaves them: cut short by a kill between any two steps, damaged, or hostile.
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <cerrno>
 #include <random>
 #include <string>
 
+#include "sanitized.h"
 #include "trace_files.h"
 #include "trace_image.h"
 
@@ -338,6 +340,12 @@ TEST_F(SkeinDamage, AFileOfAnyLengthIsReadAsFarAsItGoes) {
     }
 }
 
+long page_faults() {
+    rusage usage{};
+    EXPECT_EQ(getrusage(RUSAGE_SELF, &usage), 0);
+    return usage.ru_minflt;
+}
+
 TEST_F(SkeinDamage, SizesThatDoNotFitAreRefusedEvenWithARightSum) {
     for (const uint64_t sizes :
          {uint64_t{0}, uint64_t{64}, uint64_t{16} << 32U, uint64_t{63} | uint64_t{16} << 32U,
@@ -353,9 +361,13 @@ TEST_F(SkeinDamage, SizesThatDoNotFitAreRefusedEvenWithARightSum) {
     image.word(24) = uint64_t{64} | uint64_t{60000000} << 32U;  // sizes that a file can have, but this one has not
     image.seal();
     write_bytes(path("a"), image.bytes());
+    const long faults_before = page_faults();
     const contents read = read_trace("a");
     EXPECT_EQ(read.texts(), texts_);
     EXPECT_EQ(read.info.truncated, 1U);
+    if (!sanitized) {
+        EXPECT_LT(page_faults() - faults_before, 100'000) << "slots that are not there were looked at";
+    }
     EXPECT_EQ(skein_close(open_or_fail("a", slots, slots * slot_size)), 0);
     EXPECT_THAT(read_trace("a").texts(), IsEmpty());
 }

@@ -18,6 +18,7 @@ struct skein_reader {
     open_file file;
     file_header header;
     ring_slots slots;
+    uint64_t present;  // slots that the file holds: of one that was cut off, fewer than its header tells
     unsigned char *whole;
     char *text;
     uint64_t begin;  // the tickets of the entries that count: from `begin` to before `end`
@@ -60,7 +61,8 @@ int read_header(skein_reader &reader) {
 
 int allocate(skein_reader &reader) {
     const geometry sizes{reader.header.slot_size, reader.header.slot_count};
-    // Zeroed: what a file that was cut off lacks reads as slots that were never used.
+    // Zeroed: what a file that was cut off lacks reads as slots that were never used. They cost no memory as long as
+    // nobody looks at them.
     reader.slots = {static_cast<unsigned char *>(calloc(sizes.slot_count, sizes.slot_size)), sizes};
     reader.whole = static_cast<unsigned char *>(calloc(sizes.slot_count, 1));
     reader.text = static_cast<char *>(malloc(uint64_t{sizes.text_max()} + 1));
@@ -97,7 +99,7 @@ found look_at(const skein_reader &reader, uint64_t index, entry_head &head) {
 // the first time: a file full of broken entries takes no more time than a sound one.
 void look_again(skein_reader &reader) {
     uint64_t left = reader.slots.sizes.slot_count;
-    for (uint64_t index = 0; index < reader.slots.sizes.slot_count; ++index) {
+    for (uint64_t index = 0; index < reader.present; ++index) {
         entry_head head;
         const bool broken = look_at(reader, index, head) == found::broken;
         const uint64_t slots = std::max(head.slots, 1U);
@@ -111,7 +113,7 @@ void look_again(skein_reader &reader) {
 // Marks the good entries; returns the first ticket after the newest of them.
 uint64_t find_entries(skein_reader &reader) {
     uint64_t newest_end = 0;
-    for (uint64_t index = 0; index < reader.slots.sizes.slot_count; ++index) {
+    for (uint64_t index = 0; index < reader.present; ++index) {
         entry_head head;
         if (look_at(reader, index, head) == found::whole) {
             reader.whole[index] = 1;
@@ -127,6 +129,9 @@ uint64_t taken_end(const skein_reader &reader, uint64_t newest_end) {
     const uint64_t count = reader.slots.sizes.slot_count;
     uint64_t end = newest_end;
     for (uint64_t ticket = newest_end; ticket < newest_end + count; ++ticket) {
+        if (reader.slots.sizes.index(ticket) >= reader.present) {
+            continue;
+        }
         const uint64_t word = *reader.slots[ticket];
         const bool busy = state_of(word) == slot_state::busy && ((word ^ ticket) & busy_ticket_mask) == 0;
         const bool given_up = word == state_word(slot_state::free, ticket);
@@ -158,6 +163,9 @@ void choose_window(skein_reader &reader, uint64_t newest_end, uint64_t drawn, ui
 void count(skein_reader &reader) {
     const geometry &sizes = reader.slots.sizes;
     for (uint64_t ticket = reader.begin; ticket < reader.end; ++ticket) {
+        if (sizes.index(ticket) >= reader.present) {
+            continue;
+        }
         const uint64_t state = *reader.slots[ticket];
         if (state == state_word(slot_state::first, ticket)) {
             const bool whole = reader.whole[sizes.index(ticket)] != 0;
@@ -168,7 +176,7 @@ void count(skein_reader &reader) {
             ++reader.info.damaged;
         }
     }
-    for (uint64_t index = 0; index < sizes.slot_count; ++index) {
+    for (uint64_t index = 0; index < reader.present; ++index) {
         reader.info.unfinished += state_of(*reader.slots.at(index)) == slot_state::busy ? 1 : 0;
     }
 }
@@ -187,6 +195,7 @@ int copy(skein_reader &reader) {
     if (length < 0) {
         return static_cast<int>(-length);
     }
+    reader.present = (static_cast<uint64_t>(length) + sizes.slot_size - 1) / sizes.slot_size;
     look_again(reader);
     const uint64_t newest_end = find_entries(reader);
     file_header after = reader.header;

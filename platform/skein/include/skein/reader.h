@@ -15,8 +15,9 @@
  *
  * Opening takes a copy of the ring, as it was at that moment, without a lock and without disturbing writers; whatever
  * happens to the file afterwards does not matter. It takes as much memory as the file is large, until the reader is
- * closed. Every entry is checked against its checksum. No content of a file, however damaged or malicious, does more
- * harm than wrong entries, and none takes much longer to read than a sound one of its size.
+ * closed; address space is taken for the size that the file's header tells, 4 GiB at most. Every entry is checked
+ * against its checksum. No content of a file, however damaged or malicious, does more harm than wrong entries, and none
+ * takes much longer to read than a sound one of its size.
  *
  * Different readers can be used by different threads at once; one reader by one thread at a time.
  */
