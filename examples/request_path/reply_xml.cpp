@@ -15,6 +15,10 @@ const xmlChar *xml_chars(const char *text) {
     return reinterpret_cast<const xmlChar *>(text);
 }
 
+const char *chars(const xmlChar *text) {
+    return reinterpret_cast<const char *>(text);
+}
+
 /* The client's own attributes come back, but not what NETCONF itself defines: no such attribute is one of rpc-reply. */
 bool is_to_be_repeated(const xmlAttr &a) {
     const bool is_netconfs =
@@ -23,14 +27,15 @@ bool is_to_be_repeated(const xmlAttr &a) {
 }
 
 void repeat_attributes(xmlNode *reply, const xmlNode *rpc) {
-    reply->nsDef = xmlCopyNamespaceList(rpc->nsDef);
-    reply->properties = xmlCopyPropList(reply, rpc->properties);
-    for (xmlAttr *a = reply->properties; a != nullptr;) {
-        xmlAttr *const next = a->next;
-        if (!is_to_be_repeated(*a)) {
-            xmlRemoveProp(a);
+    for (const xmlNs *declared = rpc->nsDef; declared != nullptr; declared = declared->next) {
+        declare_namespace(reply, chars(declared->href), chars(declared->prefix));
+    }
+    for (const xmlAttr *a = rpc->properties; a != nullptr; a = a->next) {
+        if (is_to_be_repeated(*a)) {
+            const xml_string value(xmlNodeListGetString(rpc->doc, a->children, 1));
+            xmlNs *const space = a->ns == nullptr ? nullptr : xmlSearchNs(reply->doc, reply, a->ns->prefix);
+            xmlNewNsProp(reply, space, a->name, value.get());
         }
-        a = next;
     }
     if (const auto id = plain_attribute(reply, "message-id"); id != nullptr && !fits_message_id(*id)) {
         xmlUnsetProp(reply, xml_chars("message-id"));
@@ -48,7 +53,7 @@ xml_document start_reply(const xmlNode *rpc) {
     if (rpc != nullptr && is_netconf(rpc, "rpc")) {
         repeat_attributes(reply, rpc);
     } else {
-        xmlSetNs(reply, xmlNewNs(reply, xml_chars(netconf_namespace), nullptr));
+        xmlSetNs(reply, declare_namespace(reply, netconf_namespace));
     }
     return document;
 }
@@ -71,9 +76,9 @@ void append_path(xmlNode *error, const quill_nyx_datatree &record) {
             continue;
         }
         const xmlChar *prefix = xml_chars(a.key.c_str() + 6);
-        xmlNewNs(element, xml_chars(a.value.c_str()), prefix);
+        declare_namespace(element, a.value, a.key.c_str() + 6);
         if (xmlStrEqual(prefix, error->ns->prefix) != 0) {
-            xmlSetNs(element, xmlNewNs(element, error->ns->href, nullptr));
+            xmlSetNs(element, declare_namespace(element, netconf_namespace));
         }
     }
 }

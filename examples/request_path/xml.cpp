@@ -26,11 +26,6 @@ const xmlChar *xml_chars(const char *text) {
     return reinterpret_cast<const xmlChar *>(text);
 }
 
-struct string_release {
-    void operator()(xmlChar *text) const { xmlFree(text); }
-};
-using xml_string = std::unique_ptr<xmlChar, string_release>;
-
 struct parser_release {
     void operator()(xmlParserCtxt *parser) const { xmlFreeParserCtxt(parser); }
 };
@@ -76,7 +71,9 @@ xml_document parse_xml(std::string_view text) {
     parser->sax->serror = [](void *of, auto *error) {  // and some complaints are printed in spite of the options
         note_name_too_long(static_cast<xmlParserCtxt *>(of), error->code);
     };
-    constexpr int quietly_and_alone = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOCDATA;
+    /* Entities are those of XML itself, as no document type can declare others: the names of namespaces get their &. */
+    constexpr int quietly_and_alone =
+        XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOCDATA | XML_PARSE_NOENT;
     xml_document document(xmlCtxtReadMemory(parser.get(), text.data(), static_cast<int>(text.size()), nullptr, nullptr,
                                             quietly_and_alone));
     if (parser->disableSAX != 0 && parser->lastError.code == XML_ERR_OK) {
@@ -116,6 +113,18 @@ bool is_netconf(const xmlNode *element, const char *name) {
 
 bool is_for_validation(const xmlAttr &a) {
     return a.ns != nullptr && std::string_view(chars(a.ns->href)) == "http://www.w3.org/2001/XMLSchema-instance";
+}
+
+std::string written_namespace(const std::string &name_space) {
+    std::string written;
+    for (const char c : name_space) {
+        written += c == '&' ? "&amp;" : std::string(1, c);
+    }
+    return written;
+}
+
+xmlNs *declare_namespace(xmlNode *element, const std::string &name_space, const char *prefix) {
+    return xmlNewNs(element, xml_chars(written_namespace(name_space)), xml_chars(prefix));
 }
 
 xmlNode *element_from(xmlNode *node) {
@@ -229,17 +238,17 @@ namespace {
 /* Without a namespace of its own, an element would be read as one of its parent's default namespace. */
 void set_namespace(xmlNode *element, const std::string &name_space) {
     xmlNode *parent = element->parent;
-    if (namespace_of(parent) == name_space) {
+    if (namespace_of(parent) == written_namespace(name_space)) {
         xmlSetNs(element, parent->ns);
     } else {
-        xmlSetNs(element, require(xmlNewNs(element, xml_chars(name_space), nullptr)));
+        xmlSetNs(element, require(declare_namespace(element, name_space)));
     }
 }
 
 void set_attributes(xmlNode *element, const node &tree) {
     for (const attribute &a : tree.attributes) {
         if (a.key.starts_with("xmlns:")) {
-            xmlNewNs(element, xml_chars(a.value), xml_chars(a.key.c_str() + 6));
+            declare_namespace(element, a.value, a.key.c_str() + 6);
         }
     }
     for (const attribute &a : tree.attributes) {

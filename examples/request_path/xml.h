@@ -20,6 +20,11 @@ struct document_release {
 };
 using xml_document = std::unique_ptr<xmlDoc, document_release>;
 
+struct string_release {
+    void operator()(xmlChar *text) const { xmlFree(text); }
+};
+using xml_string = std::unique_ptr<xmlChar, string_release>;
+
 /** Throws an rpc_failure when the text is not well-formed, with regard to namespaces as well, or has a document type
  * declaration, which NETCONF forbids. Reads nothing but the text. */
 xml_document parse_xml(std::string_view text);
@@ -31,6 +36,19 @@ std::string local_name(const xmlNode *element);
 
 /** @return the namespace name, empty when there is none */
 std::string namespace_of(const xmlNode *element);
+
+/**
+ * @return the namespace name as libxml2 has to be given it in a document that is to be written: it writes them as they
+ * stand
+ */
+std::string written_namespace(const std::string &name_space);
+
+/**
+ * Declares a namespace on an element of a document that is to be written.
+ * @param prefix  null: the default namespace
+ * @return null when the element declares the prefix already
+ */
+xmlNs *declare_namespace(xmlNode *element, const std::string &name_space, const char *prefix = nullptr);
 
 /** @return whether this is the element of that name in NETCONF's own namespace */
 bool is_netconf(const xmlNode *element, const char *name);
