@@ -3,11 +3,11 @@
  * Memory for decoding untrusted messages: blocks are cut from chunks one behind the other, all of them are given back
  * at once, and the sum of what is handed out never exceeds a budget.
  *
- * Two bytes on the wire can ask for 200 bytes of memory (an empty data-tree node), and each nested node takes stack
- * besides. A budget bounds both: a node is allocated before its children are decoded, so that no message can nest
- * deeper than budget / sizeof(quill_nyx_datatree). The decoder answers an exhausted budget with
- * QUILL_DECODE_NO_MEMORY; whatever it had decoded until then goes away with the arena, also what became unreachable
- * because a member occurred twice.
+ * Two bytes on the wire can ask for 200 bytes of memory (an empty data-tree node), three for 464 (an empty error of a
+ * response), and each nested node takes stack besides. A budget bounds both: a node is allocated before its children
+ * are decoded, so that no message can nest deeper than budget / sizeof(quill_nyx_datatree). The decoder answers an
+ * exhausted budget with QUILL_DECODE_NO_MEMORY; whatever it had decoded until then goes away with the arena, also what
+ * became unreachable because a member occurred twice.
  *
  * @code
  * examples::arena memory(1 << 20);

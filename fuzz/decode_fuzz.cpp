@@ -1,7 +1,15 @@
 // Any bytes through the decoder, and whatever it accepts through encode, decode, copy and release.
 //
+// What is asserted: the decoder accepts, or refuses with one of its codes; it asks for no more memory than the
+// message's length allows; what it accepts is a fixpoint of encode and decode, and a copy equals it and shares nothing
+// with it; spare presence bits of garbage stay as they are; the n-th allocation that fails gives NO_MEMORY, at once; a
+// release gives back every block that can be reached, once, and a second one nothing.
+//
 // Input: the record's index, the number of the allocation that fails in the second part (0: none), the message.
-#include "fuzz_target.h"
+#include <numeric>
+
+#include "amplification.h"
+#include "records.h"
 
 namespace nyx_fuzz {
 namespace {
@@ -22,7 +30,9 @@ class run {
     void accept_or_refuse() {
         result_ = decode(record_, blocks_);
         REQUIRE(result_ == 0 || is_refusal(result_), std::to_string(result_));
+        REQUIRE(spare_bits_are(table_, record_.get(), raw_record::garbage), table_.name);
         allocations_ = blocks_.calls();
+        require_bounded_memory();
         if (result_ == 0) {
             round_trip();
         } else {
@@ -41,7 +51,7 @@ class run {
         } else {
             REQUIRE(result == result_, std::to_string(result));
         }
-        fail_copy_of(record, n);
+        fail_copy_of(record, n / 2 + 1);  // of what n allocations have left there are fewer to be copied
         release(table_, record, blocks);
     }
 
@@ -54,6 +64,12 @@ class run {
         std::vector<uint8_t> out(table_.encode(record.get(), nullptr, 0, nullptr, nullptr, 0));
         REQUIRE(table_.encode(record.get(), out.data(), out.size(), nullptr, nullptr, 0) == out.size(), table_.name);
         return out;
+    }
+
+    void require_bounded_memory() {
+        const amplification worst = worst_amplification(table_);
+        const uint64_t asked = std::accumulate(blocks_.sizes().begin(), blocks_.sizes().end(), uint64_t{0});
+        REQUIRE(asked * worst.wire <= size_ * worst.memory, std::string(table_.name) + ": " + std::to_string(asked));
     }
 
     void require_equal(const raw_record &left, const raw_record &right) {
@@ -85,6 +101,7 @@ class run {
         counting_allocator blocks;
         raw_record copy(table_);
         REQUIRE(table_.duplicate(copy.get(), source.get(), counting_allocator::alloc, &blocks) == 0, table_.name);
+        REQUIRE(spare_bits_are(table_, copy.get(), raw_record::garbage), table_.name);
         require_equal(source, copy);
         release(table_, copy, blocks);
         REQUIRE(blocks.live_blocks() == 0, table_.name);
@@ -112,6 +129,12 @@ class run {
 };
 
 }  // namespace
+
+message_place place_of_message(const uint8_t *data, std::size_t size) {
+    const auto tables = nyx_test::record_tables();
+    return size < 2 ? message_place{} : message_place{&tables[data[0] % tables.size()], 2};
+}
+
 }  // namespace nyx_fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

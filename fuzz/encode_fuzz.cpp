@@ -5,9 +5,9 @@
 // random record, and whose other bits are the number of bytes that follow and choose presence bits to flip; the rest.
 #include <random>
 
-#include "fuzz_target.h"
 #include "literal_encoder.h"
 #include "record_builder.h"
+#include "records.h"
 
 namespace nyx_fuzz {
 namespace {
@@ -46,37 +46,6 @@ class subject {
     const record_table &table_;
     counting_allocator blocks_;
     raw_record record_;
-};
-
-// Flips presence bits all over the record, as the bits of the input say.
-class bit_flipper {
-  public:
-    bit_flipper(const uint8_t *choices, std::size_t size) : choices_(choices), size_(size) {}
-
-    void flip(const record_table &table, void *record) {
-        for (const member &m : table.members) {
-            if (size_ != 0 && next()) {
-                set_present(table, m, record, !is_present(table, m, record));
-            }
-            if (m.kind == member_kind::record) {
-                flip(nyx_test::table_of(m.element), nested_of(m, record));
-            } else if (m.kind == member_kind::records && pointer_of(m, record) != nullptr) {
-                for (uint32_t i = 0; i < count_of(m, record); ++i) {
-                    flip(nyx_test::table_of(m.element), record_at(m, pointer_of(m, record), i));
-                }
-            }
-        }
-    }
-
-  private:
-    bool next() {
-        const std::size_t k = at_++ % (8 * size_);
-        return (choices_[k / 8] >> k % 8 & 1U) != 0;
-    }
-
-    const uint8_t *choices_;
-    std::size_t size_;
-    std::size_t at_ = 0;
 };
 
 // What one call of an encoder left behind, independent of where its buffer lay.
@@ -161,7 +130,20 @@ class comparison {
     const void *record_;
 };
 
+std::size_t bytes_of_flips(const uint8_t *data, std::size_t size) {
+    return std::min<std::size_t>(data[1] >> 1U, size - 2);
+}
+
 }  // namespace
+
+message_place place_of_message(const uint8_t *data, std::size_t size) {
+    if (size < 2 || (data[1] & 1U) == 0) {
+        return {};
+    }
+    const auto tables = nyx_test::record_tables();
+    return {&tables[data[0] % tables.size()], 2 + bytes_of_flips(data, size)};
+}
+
 }  // namespace nyx_fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -170,7 +152,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     const auto tables = nyx_test::record_tables();
     const auto &table = tables[data[0] % tables.size()];
-    const std::size_t flips = std::min<std::size_t>(data[1] >> 1U, size - 2);
+    const std::size_t flips = nyx_fuzz::bytes_of_flips(data, size);
     nyx_fuzz::subject subject(table, (data[1] & 1U) != 0, data + 2 + flips, size - 2 - flips);
     nyx_fuzz::bit_flipper(data + 2, flips).flip(table, subject.get());
     if (nyx_fuzz::nesting(table, subject.get()) <= nyx_fuzz::deepest) {

@@ -1,4 +1,4 @@
-// What the fuzz targets share: the entry point, a check that is fatal in every build, and records made of raw memory.
+// What the fuzz targets share: the entry point, a check that is fatal in every build, and memory of exact sizes.
 #ifndef NYX_FUZZ_TARGET_H
 #define NYX_FUZZ_TARGET_H
 
@@ -10,21 +10,11 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
-
-#include "counting_allocator.h"
-#include "record_compare.h"
-#include "record_tables.h"
+#include <string_view>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 namespace nyx_fuzz {
-
-using nyx_test::compare_mode;
-using nyx_test::counting_allocator;
-using nyx_test::member;
-using nyx_test::member_kind;
-using nyx_test::record_table;
 
 [[noreturn]] inline void violated(const char *what, const std::string &detail, int line) {
     std::fprintf(stderr, "line %d: %s does not hold: %s\n", line, what, detail.c_str());
@@ -38,26 +28,7 @@ using nyx_test::record_table;
         }                                                     \
     } while (false)
 
-inline void require_nothing(const std::string &found, int line) {
-    if (!found.empty()) {
-        violated("equality", found, line);
-    }
-}
-
-// A record that starts out as garbage.
-class raw_record {
-  public:
-    explicit raw_record(const record_table &table) : memory_(table.size / sizeof(std::max_align_t) + 1) {
-        std::memset(memory_.data(), 0xA5, table.size);
-    }
-    void *get() { return memory_.data(); }
-    [[nodiscard]] const void *get() const { return memory_.data(); }
-
-  private:
-    std::vector<std::max_align_t> memory_;
-};
-
-// One heap block of exactly the message's length.
+// One heap block of exactly the bytes' length: the address sanitizer sees one byte too far.
 class exact_copy {
   public:
     exact_copy(const uint8_t *data, std::size_t size) : bytes_(new uint8_t[size]) {
@@ -69,32 +40,68 @@ class exact_copy {
     std::unique_ptr<uint8_t[]> bytes_;
 };
 
-// Levels of records in arrays. The comparison has large frames and the oracle's time doubles with every level.
-inline unsigned nesting(const record_table &table, const void *record) {
-    unsigned deepest = 0;
-    for (const member &m : table.members) {
-        if (m.kind == member_kind::record) {
-            deepest = std::max(deepest, nesting(nyx_test::table_of(m.element), nested_of(m, record)));
-        } else if (m.kind == member_kind::records && pointer_of(m, record) != nullptr) {
-            for (uint32_t i = 0; i < count_of(m, record); ++i) {
-                const void *element = record_at(m, pointer_of(m, record), i);
-                deepest = std::max(deepest, 1 + nesting(nyx_test::table_of(m.element), element));
-            }
+// The first `kept` characters of a text and its terminator, in one heap block of exactly that length. By default all.
+class exact_text {
+  public:
+    explicit exact_text(std::string_view text, std::size_t kept = SIZE_MAX)
+        : size_(std::min(text.size() + 1, kept)), characters_(new char[size_]) {
+        std::copy_n(text.data(), std::min(text.size(), size_), characters_.get());
+        if (size_ > text.size()) {
+            characters_[text.size()] = '\0';
         }
     }
-    return deepest;
-}
+    [[nodiscard]] char *get() { return characters_.get(); }
+    [[nodiscard]] std::string_view block() const { return {characters_.get(), size_}; }
 
-// Releases the record twice and returns how many blocks came back.
-inline uint64_t release(const record_table &table, raw_record &record, counting_allocator &blocks) {
-    const uint64_t before = blocks.frees();
-    table.free(record.get(), counting_allocator::free, &blocks, 0);
-    const uint64_t frees = blocks.frees() - before;
-    table.free(record.get(), counting_allocator::free, &blocks, 0);
-    REQUIRE(blocks.frees() - before == frees, table.name);
-    REQUIRE(blocks.complaints().empty(), blocks.complaints());
-    return frees;
-}
+  private:
+    std::size_t size_;
+    std::unique_ptr<char[]> characters_;
+};
+
+// The input, taken piece by piece from the front; behind its end everything is 0 or empty.
+class input {
+  public:
+    input(const uint8_t *data, std::size_t size) : at_(data), left_(size) {}
+
+    [[nodiscard]] bool empty() const { return left_ == 0; }
+    [[nodiscard]] std::size_t left() const { return left_; }
+
+    uint8_t byte() {
+        if (left_ == 0) {
+            return 0;
+        }
+        --left_;
+        return *at_++;
+    }
+
+    uint64_t number(unsigned bytes) {
+        uint64_t value = 0;
+        for (unsigned i = 0; i < bytes; ++i) {
+            value |= uint64_t{byte()} << 8 * i;
+        }
+        return value;
+    }
+
+    // Up to the next zero byte, which is taken as well: so that texts can grow and shrink in the input.
+    std::string text() {
+        const uint8_t *const end = std::find(at_, at_ + left_, uint8_t{0});
+        std::string found(reinterpret_cast<const char *>(at_), static_cast<std::size_t>(end - at_));
+        take(std::min(found.size() + 1, left_));
+        return found;
+    }
+
+    std::string_view take(std::size_t size) {
+        const std::string_view taken(reinterpret_cast<const char *>(at_), std::min(size, left_));
+        at_ += taken.size();
+        left_ -= taken.size();
+        return taken;
+    }
+    std::string_view rest() { return take(left_); }
+
+  private:
+    const uint8_t *at_;
+    std::size_t left_;
+};
 
 }  // namespace nyx_fuzz
 

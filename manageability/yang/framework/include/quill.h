@@ -111,8 +111,9 @@
  * No input makes the decoder crash, read outside @p buf or leave a record that cannot be released, given the stack for
  * the nesting that it asks for: each level of nested data trees takes at most 160 bytes of stack in encode, decode,
  * copy and release of a release build, so that an 8 MiB stack carries more than 50,000 levels; an encode that writes
- * takes about 9 KiB besides. A level costs an attacker two bytes of input or a few more, and two bytes of an empty node
- * become a record of 200 bytes in memory: bound @p len, and decode untrusted input into an arena with a budget.
+ * takes about 9 KiB besides. A level costs an attacker two bytes of input or a few more. A byte of input asks for at
+ * most 155 bytes of memory: three bytes of an empty error among the further ones of a response become a record of 464
+ * bytes, two of an empty node one of 200. Bound @p len, and decode untrusted input into an arena with a budget.
  *
  * @section quill_threads Thread safety
  *
