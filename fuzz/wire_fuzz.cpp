@@ -190,9 +190,12 @@ void read_requests(input &in) {
 
 // -- Replies -------------------------------------------------------------------------------------------------------
 
-// Takes one character from the front of UTF-8 text. 0: it is malformed. (libxml2's own functions take sequences for
-// characters that are longer than they need to be, which its parser does not.)
+// Takes one character from the front of UTF-8 text. 0: there is none, or it is malformed. (libxml2's own functions take
+// sequences for characters that are longer than they need to be, which its parser does not.)
 uint32_t take_character(std::string_view &text) {
+    if (text.empty()) {
+        return 0;
+    }
     const auto lead = static_cast<uint8_t>(text.front());
     const std::size_t length = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     if (length == 0 || length > text.size()) {
