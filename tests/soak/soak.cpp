@@ -5,6 +5,7 @@
 // It succeeds when every request was answered by one reply, every block of the named allocation was given back on both
 // sides, the processor's memory did not grow from the tenth of the time on, and no entry of a trace was damaged.
 #include <skein/reader.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <umbra/named_alloc.h>
@@ -65,7 +66,7 @@ uint64_t resident(pid_t process) {
     return pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-// One end of a socket pair in each process; the child runs `work` and ends with its result.
+// The child runs `work`, ends with its result, and goes when its parent is gone.
 template <class Work>
 pid_t in_a_child(Work work) {
     const pid_t child = fork();
@@ -73,6 +74,7 @@ pid_t in_a_child(Work work) {
         throw std::runtime_error("fork");
     }
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         int code = 1;
         try {
             code = work();
@@ -178,7 +180,7 @@ void run_round(nyx_api_ctx &api, connection &processor, std::vector<std::string>
     count.errors += occurrences(text, "<rpc-error>");
 }
 
-// False: what was asked for at the end is not what there is.
+// Says what is wrong if it does not hold.
 bool expect(bool holds, const char *what) {
     if (!holds) {
         std::fprintf(stderr, "soak: %s\n", what);
