@@ -19,6 +19,8 @@
 
 #include <new>
 #include <optional>
+#include <set>
+#include <string_view>
 #include <vector>
 
 #include "failure.h"
@@ -236,11 +238,22 @@ bool is_namespace(const char *text) {
     return is_uri && is_xml_text(text) && !std::string_view(text).starts_with("http://www.w3.org/");
 }
 
-bool is_fit_for_xml(const quill_nyx_datatree &tree) {
-    if (!is_name(tree.name) || !is_xml_text(tree.value) || !is_namespace(tree.namespace_)) {
-        return false;
+// Plain names, each once. Prefixes and their declarations may contradict each other: they are the agent's own.
+bool are_attributes_fit_for_xml(const quill_nyx_datatree &tree) {
+    std::set<std::string_view> names;
+    for (uint32_t i = 0; i < tree.attributes_count; ++i) {
+        const quill_nyx_attribute &attribute = tree.attributes[i];
+        if (!is_name(attribute.key) || std::string_view(attribute.key) == "xmlns" || !is_xml_text(attribute.value) ||
+            !names.insert(attribute.key).second) {
+            return false;
+        }
     }
-    bool fits = tree.attributes_count == 0;  // attributes may contradict each other: they are the agent's own
+    return true;
+}
+
+bool is_fit_for_xml(const quill_nyx_datatree &tree) {
+    bool fits = is_name(tree.name) && is_xml_text(tree.value) && is_namespace(tree.namespace_) &&
+                are_attributes_fit_for_xml(tree);
     for (uint32_t i = 0; fits && i < tree.children_count; ++i) {
         fits = is_fit_for_xml(tree.children[i]);
     }

@@ -123,15 +123,21 @@ uint64_t find_entries(skein_reader &reader) {
     return newest_end;
 }
 
+// The first ticket from this one on whose slot the file holds. The others' slots read as never used, and a small file
+// may claim millions of them: they are stepped over in one go.
+uint64_t next_present(const skein_reader &reader, uint64_t ticket) {
+    const geometry &sizes = reader.slots.sizes;
+    const uint64_t index = sizes.index(ticket);
+    return index < reader.present ? ticket : ticket + (sizes.slot_count - index);
+}
+
 // The end of what writers have taken behind the newest entry, in slots that they are still in or have given up. The
 // entries of the lap before are gone there, while older ones, whose takers sleep, may still stand.
 uint64_t taken_end(const skein_reader &reader, uint64_t newest_end) {
     const uint64_t count = reader.slots.sizes.slot_count;
     uint64_t end = newest_end;
-    for (uint64_t ticket = newest_end; ticket < newest_end + count; ++ticket) {
-        if (reader.slots.sizes.index(ticket) >= reader.present) {
-            continue;
-        }
+    uint64_t ticket = next_present(reader, newest_end);
+    for (; ticket < newest_end + count; ticket = next_present(reader, ticket + 1)) {
         const uint64_t word = *reader.slots[ticket];
         const bool busy = state_of(word) == slot_state::busy && ((word ^ ticket) & busy_ticket_mask) == 0;
         const bool given_up = word == state_word(slot_state::free, ticket);
@@ -162,10 +168,8 @@ void choose_window(skein_reader &reader, uint64_t newest_end, uint64_t drawn, ui
 
 void count(skein_reader &reader) {
     const geometry &sizes = reader.slots.sizes;
-    for (uint64_t ticket = reader.begin; ticket < reader.end; ++ticket) {
-        if (sizes.index(ticket) >= reader.present) {
-            continue;
-        }
+    uint64_t ticket = next_present(reader, reader.begin);
+    for (; ticket < reader.end; ticket = next_present(reader, ticket + 1)) {
         const uint64_t state = *reader.slots[ticket];
         if (state == state_word(slot_state::first, ticket)) {
             const bool whole = reader.whole[sizes.index(ticket)] != 0;
@@ -281,8 +285,8 @@ int32_t skein_reader_next(skein_reader *reader, skein_entry *entry) {
         return EINVAL;
     }
     const ring_slots &slots = reader->slots;
-    for (; reader->position < reader->end; ++reader->position) {
-        const uint64_t ticket = reader->position;
+    uint64_t ticket = next_present(*reader, reader->position);
+    for (; ticket < reader->end; ticket = next_present(*reader, ticket + 1)) {
         entry_head head;
         if (reader->whole[slots.sizes.index(ticket)] == 0 || !read_head(slots, ticket, head)) {
             continue;
@@ -299,6 +303,7 @@ int32_t skein_reader_next(skein_reader *reader, skein_entry *entry) {
         reader->position = ticket + head.slots;
         return 0;
     }
+    reader->position = reader->end;
     return ENOENT;
 }
 
