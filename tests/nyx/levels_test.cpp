@@ -176,9 +176,12 @@ TEST_F(LevelsDeathTest, ContextsAreAsserted) {
         assertion_regex(
             file, number + " nyx_debug_should_log_op\\(nyx_debug_ctx_t ?\\*, nyx_debug_log_type, " + number + "\\)",
             null_regex("ctx")));
-    EXPECT_DEATH(nyx_debug_logging_set_level(nullptr, 2, 0, 0, 0, 0),
-                 assertion_regex(file, "rcode nyx_debug_logging_set_level\\(nyx_api_ctx ?\\*(, " + number + "){5}\\)",
-                                 null_regex("nyx_ctx")));
+    for (const std::uint32_t component : {NYX_COMPONENT_NYX, NYX_COMPONENT_ME, NYX_COMPONENT_ALL}) {
+        EXPECT_DEATH(
+            nyx_debug_logging_set_level(nullptr, component, 0, 0, 0, 0),
+            assertion_regex(file, "rcode nyx_debug_logging_set_level\\(nyx_api_ctx ?\\*(, " + number + "){5}\\)",
+                            null_regex("nyx_ctx")));
+    }
 }
 
 // Slots

@@ -11,8 +11,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <string>
+#include <utility>
 
 #include "sanitized.h"
 #include "trace_files.h"
@@ -26,6 +28,17 @@ int allocations_until_failure = -1;
 bool no_nameless_files = false;
 bool no_proc = false;
 int filling_fails_with = 0;
+// What another thread may do at the worst instant: a child that begins while the file is locked shares the lock.
+bool forks_when_locked = false;
+pid_t child = 0;
+
+void fork_sleeper() {
+    child = fork();
+    if (child == 0) {
+        pause();
+        _exit(0);
+    }
+}
 
 bool fails() {
     if (calls_until_failure < 0 || calls_until_failure-- > 0) {
@@ -111,7 +124,11 @@ void *mmap(void *at, size_t size, int protection, int flags, int file, off_t off
 }
 int flock(int file, int operation) noexcept {
     static const auto next = next_of<int (*)(int, int)>("flock");
-    return (operation & LOCK_UN) == 0 && fails() ? -1 : next(file, operation);
+    const int result = (operation & LOCK_UN) == 0 && fails() ? -1 : next(file, operation);
+    if (result == 0 && std::exchange(forks_when_locked, false)) {
+        fork_sleeper();
+    }
+    return result;
 }
 int renameat(int from, const char *path, int to, const char *name) noexcept {
     static const auto next = next_of<int (*)(int, const char *, int, const char *)>("renameat");
@@ -466,6 +483,19 @@ TEST_F(SkeinFailure, OfALockThatSomebodyHoldsGivesBusyAfterAWhile) {
     EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
     close(holder);
     EXPECT_EQ(skein_delete("d/a"), 0);
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+TEST_F(SkeinFailure, OfWhoeverSharesALockDoesNotKeepIt) {
+    ASSERT_EQ(open_a(), 0);
+    const int file = open(path("d/a").c_str(), O_RDONLY | O_CLOEXEC);
+    forks_when_locked = true;
+    EXPECT_EQ(skein_delete("d/a"), 0);
+    EXPECT_FALSE(forks_when_locked);
+    EXPECT_EQ(flock(file, LOCK_EX | LOCK_NB), 0);
+    EXPECT_EQ(kill(child, SIGKILL), 0);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    close(file);
     EXPECT_EQ(skein_close(handle_), 0);
 }
 

@@ -3,6 +3,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <functional>
 #include <string>
 #include <utility>
@@ -17,11 +18,22 @@ std::function<void(int)> before_look;
 int looks = 0;
 uint64_t bytes_read = 0;
 
+// Whether a signal interrupts each look at first.
+bool signals_arrive = false;
+int interruptions = 0;
+
 }  // namespace
 
 // The library's calls come here first.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's names for them are reserved
 extern "C" ssize_t pread(int file, void *to, size_t size, off_t offset) {
+    static bool was_interrupted = false;
+    was_interrupted = signals_arrive && !was_interrupted;
+    if (was_interrupted) {
+        ++interruptions;
+        errno = EINTR;
+        return -1;
+    }
     if (before_look) {
         before_look(looks++);
     }
@@ -67,6 +79,17 @@ class SkeinMovingFile : public trace_files {
     }
     trace_image image_{slots, slot_size};
 };
+
+TEST_F(SkeinMovingFile, SignalsDoNotEndALook) {
+    append_numbers(0, 5);
+    write_bytes(path("a"), image_.bytes());
+    signals_arrive = true;
+    const contents read = read_trace("a");
+    signals_arrive = false;
+    EXPECT_EQ(read.error, 0);
+    EXPECT_THAT(read.texts(), ElementsAre("0", "1", "2", "3", "4", "5"));
+    EXPECT_GE(interruptions, 3);
+}
 
 TEST_F(SkeinMovingFile, EntriesDrawnDuringTheCopyAreLeftOut) {
     append_numbers(0, 5);

@@ -1,12 +1,26 @@
 // The ring: texts of every length, wrapping around, what is kept and what is cut.
 #include <gmock/gmock.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <deque>
 #include <numeric>
+#include <optional>
 #include <string>
 
 #include "trace_files.h"
+
+namespace {
+
+std::optional<uid_t> pretended_user;
+
+}  // namespace
+
+// The library's calls come here first.
+extern "C" uid_t geteuid() noexcept {
+    return pretended_user.value_or(static_cast<uid_t>(syscall(SYS_geteuid)));
+}
 
 namespace skein_test {
 namespace {
@@ -170,6 +184,12 @@ TEST_F(SkeinReader, TellsADirectoryToUse) {
     unsetenv("SKEIN_DIR");
     EXPECT_EQ(skein_directory(found, sizeof found), 0);
     EXPECT_EQ("/dev/shm/skein-" + std::to_string(geteuid()), found);
+    for (const uid_t user : {0U, 9U, 10U, 1234U, 4294967294U}) {
+        pretended_user = user;
+        EXPECT_EQ(skein_directory(found, sizeof found), 0);
+        EXPECT_EQ("/dev/shm/skein-" + std::to_string(user), found);
+    }
+    pretended_user.reset();
     setenv("SKEIN_DIR", "relative", 1);
     EXPECT_EQ(skein_directory(found, sizeof found), EINVAL);
     setenv("SKEIN_DIR", ("/" + std::string(1023, 'x')).c_str(), 1);

@@ -154,7 +154,8 @@ TEST_F(DebugLog, WritesNothingForHandlesThatMeanNoFlag) {
     LOG(nullptr, "stale");
     ASSERT_EQ(umbra_dt_flag_init(&flag, "error", agent, 0, 0), 0);
     umbra_dt_flag_enable(flag, 0);
-    for (const uint64_t unknown : {UINT64_C(0), stale, UINT64_MAX, flag + 1, flag ^ (UINT64_C(1) << 40U)}) {
+    for (const uint64_t unknown : {UINT64_C(0), stale, UINT64_MAX, flag + 1, flag ^ (UINT64_C(1) << 40U),
+                                   flag >> 32U << 32U | UMBRA_DT_FLAGS_MAX}) {
         _umbra_dt_log_filter_adv(unknown, 0, 0, 0, 0, 0, nullptr, "unknown");
     }
     EXPECT_EQ(written(), "nothing");
@@ -329,6 +330,24 @@ TEST_F(DebugLog, CutsNoCharacterInTwoAtTheEndOfALine) {
     }
 }
 
+TEST_F(DebugLog, ShowsNothingOfWhatFollowsACut) {
+    LOG(nullptr, "%s", "");
+    const std::size_t bare = written().size();
+    for (std::size_t room = 0; room <= 20; ++room) {
+        const std::string filling((4096 - bare) / 4 - 4, '\x02');
+        LOG(nullptr, "%s", (filling + std::string(room, 'q') + '\t' + std::string(20, 'r') + "\t\t").c_str());
+        std::string whole;
+        for (std::size_t i = 0; i < filling.size(); ++i) {
+            whole += "\\x02";
+        }
+        whole += std::string(room, 'q') + "\\t" + std::string(20, 'r') + "\\t\\t\n";
+        std::string shown = text_written();
+        ASSERT_TRUE(shown.ends_with(" [cut]\n")) << room;
+        shown.resize(shown.size() - strlen(" [cut]\n"));
+        EXPECT_TRUE(whole.starts_with(shown)) << shown;
+    }
+}
+
 TEST_F(DebugLog, FindsRoomForTheLongestPath) {
     const std::string name(127, '\x03');
     uint64_t deep = 0;
@@ -343,6 +362,12 @@ TEST_F(DebugLog, FindsRoomForTheLongestPath) {
     const std::string line = written();
     EXPECT_EQ(line.size(), 4096U);
     EXPECT_TRUE(line.ends_with("yyyy [cut]\n"));
+    std::vector<umbra_dt_flag_info> picture(umbra_dt_flags(nullptr, 0) + 1);
+    static_assert(offsetof(umbra_dt_flag_info, path) + UMBRA_DT_PATH_MAX + 1 == sizeof(umbra_dt_flag_info));
+    picture.back().flag = UINT64_MAX;
+    ASSERT_EQ(umbra_dt_flags(picture.data(), picture.size() - 1), picture.size() - 1);
+    EXPECT_EQ(strlen(picture[picture.size() - 2].path), std::size_t{UMBRA_DT_PATH_MAX});
+    EXPECT_EQ(picture.back().flag, UINT64_MAX) << "what follows the longest path was overwritten";
     umbra_dt_flag_destroy(top);
 }
 
@@ -516,6 +541,32 @@ TEST_F(DebugLog, SilencesSoManyTextsOnly) {
     for (int i = 0; i < 32; ++i) {
         EXPECT_EQ(umbra_dt_unsilence(("silent " + std::to_string(i)).c_str()), 0);
     }
+}
+
+#define DIGITS_30 "012345678901234567890123456789"
+#define DIGITS_120 DIGITS_30 DIGITS_30 DIGITS_30 DIGITS_30
+
+TEST_F(DebugLog, SilencesTheLongestTextsOneBesideTheOther) {
+    static_assert(sizeof "first: " DIGITS_120 == UMBRA_DT_NAME_MAX + 1);
+    EXPECT_EQ(umbra_dt_silence("first: " DIGITS_120), 0);
+    EXPECT_EQ(umbra_dt_silence("other: " DIGITS_120), 0);
+    EXPECT_EQ(umbra_dt_silence("third: " DIGITS_120), 0);
+    LOG(nullptr, "first: " DIGITS_120);
+    LOG(nullptr, "other: " DIGITS_120);
+    LOG(nullptr, "third: " DIGITS_120);
+    EXPECT_EQ(written(), "nothing");
+    for (const char *text : {"other: " DIGITS_120, "first: " DIGITS_120, "third: " DIGITS_120}) {
+        EXPECT_EQ(umbra_dt_unsilence(text), 0);
+    }
+}
+
+TEST_F(DebugLog, ATextTakesThePlaceOfALongerOne) {
+    EXPECT_EQ(umbra_dt_silence("noisy neighbour"), 0);
+    EXPECT_EQ(umbra_dt_unsilence("noisy neighbour"), 0);
+    EXPECT_EQ(umbra_dt_silence("noisy"), 0);
+    LOG(nullptr, "a noisy site");
+    EXPECT_EQ(written(), "nothing");
+    EXPECT_EQ(umbra_dt_unsilence("noisy"), 0);
 }
 
 void do_nothing(int /*signal*/) {}

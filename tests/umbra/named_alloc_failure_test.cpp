@@ -27,6 +27,9 @@ namespace {
 std::atomic<int> calls_until_failure{-1};
 bool no_keys = false;
 std::atomic<unsigned> fork_handlers_asked_for{0};
+std::atomic<unsigned> registrations{0};
+std::atomic<unsigned> slow_mallocs_begun{0};
+__thread bool mallocs_are_slow;
 bool sanitizer_has_handlers = !HAS_THREAD_SANITIZER;  // it asks for its own before anybody else does
 
 UNINSTRUMENTED bool fails() {
@@ -44,6 +47,10 @@ int __real_pthread_key_create(pthread_key_t *key, void (*destructor)(void *));
 int __real_pthread_atfork(void (*before)(), void (*in_parent)(), void (*in_child)());
 
 UNINSTRUMENTED void *__wrap_malloc(size_t size) {
+    if (mallocs_are_slow) {
+        slow_mallocs_begun.fetch_add(1);
+        usleep(100'000);
+    }
     errno = fails() ? ENOMEM : 0;
     return errno != 0 ? nullptr : __real_malloc(size);
 }
@@ -54,12 +61,14 @@ UNINSTRUMENTED void *__wrap_realloc(void *block, size_t size) {
     return fails() ? nullptr : __real_realloc(block, size);
 }
 UNINSTRUMENTED int __wrap_pthread_setspecific(pthread_key_t key, const void *value) {
+    registrations.fetch_add(1);
     return fails() ? ENOMEM : __real_pthread_setspecific(key, value);
 }
 UNINSTRUMENTED int __wrap_pthread_key_create(pthread_key_t *key, void (*destructor)(void *)) {
     return no_keys ? EAGAIN : __real_pthread_key_create(key, destructor);
 }
-// There is no memory when the program begins. Later two threads come at once, as it were: the handlers run twice.
+// There is no memory when the program begins. Later two threads come at once, as it were: the handlers run twice,
+// unless the environment tells otherwise.
 UNINSTRUMENTED int __wrap_pthread_atfork(void (*before)(), void (*in_parent)(), void (*in_child)()) {
     if (!sanitizer_has_handlers) {
         sanitizer_has_handlers = true;
@@ -68,7 +77,7 @@ UNINSTRUMENTED int __wrap_pthread_atfork(void (*before)(), void (*in_parent)(), 
     if (fork_handlers_asked_for.fetch_add(1) == 0 || __real_pthread_atfork(before, in_parent, in_child) != 0) {
         return ENOMEM;
     }
-    return __real_pthread_atfork(before, in_parent, in_child);
+    return getenv("ONE_THREAD_COMES") == nullptr ? __real_pthread_atfork(before, in_parent, in_child) : 0;
 }
 }
 
@@ -182,6 +191,47 @@ TEST(NamedAllocFailure, ForksAreGuardedAsSoonAsThereIsMemory) {
     reporter.join();
 }
 
+// Returns whether a child can allocate that was forked while another thread was making a record, under the lock.
+bool a_fork_waits_for_whoever_holds_the_lock() {
+    std::thread other([] {
+        mallocs_are_slow = true;
+        umbra_named_free(umbra_named_malloc_(1, "held up"));
+    });
+    while (slow_mallocs_begun < 2) {  // the block's, and the record's
+        usleep(1000);
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(10);
+        umbra_named_free(umbra_named_malloc_(1, "in a child"));
+        _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    other.join();
+    return status == 0;
+}
+
+pthread_key_t allocating_end;
+
+void allocate_at_end(void * /*value*/) {
+    umbra_named_free(umbra_named_malloc_(1, "at the end"));
+}
+
+TEST(NamedAllocFailure, AThreadIsRegisteredOnce) {
+    total();
+    umbra_named_free(umbra_named_malloc_(1, "registered"));  // makes the library's key, whose destructor runs first
+    ASSERT_EQ(pthread_key_create(&allocating_end, allocate_at_end), 0);
+    const unsigned before = registrations;
+    std::thread([] {
+        umbra_named_free(umbra_named_malloc_(1, "registered"));
+        __real_pthread_setspecific(allocating_end, "something");
+    }).join();
+    EXPECT_EQ(registrations - before, 1U);
+    EXPECT_EQ(usage_of("at the end").total_blocks, 1U);
+    EXPECT_EQ(pthread_key_delete(allocating_end), 0);
+}
+
 // Returns whether figures stay right where threads cannot be told apart.
 bool counts_without_keys() {
     no_keys = true;
@@ -199,6 +249,14 @@ bool counts_without_keys() {
 TEST(NamedAllocFailureDeathTest, ForksAreGuardedFromTheBeginning) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(_exit(fork_handlers_asked_for == 1 ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(NamedAllocFailureDeathTest, AForkWaitsForWhoeverHoldsTheLock) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(_exit(a_fork_waits_for_whoever_holds_the_lock() ? 0 : 1), testing::ExitedWithCode(0), "");
+    setenv("ONE_THREAD_COMES", "1", 1);
+    EXPECT_EXIT(_exit(a_fork_waits_for_whoever_holds_the_lock() ? 0 : 1), testing::ExitedWithCode(0), "");
+    unsetenv("ONE_THREAD_COMES");
 }
 
 TEST(NamedAllocFailureDeathTest, CountsWithoutWordsOfItsOwn) {
