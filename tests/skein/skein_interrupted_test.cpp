@@ -401,6 +401,27 @@ TEST_F(SkeinInterrupted, AWriteGoesOnInTheChildThatIsForkedInTheMiddleOfIt) {
     EXPECT_EQ(mappings(), 0U);
 }
 
+TEST_F(SkeinInterrupted, AChildThatIsForkedWhileTheSuccessorIsMappedLooksForItAnew) {
+    const uint64_t handle = open_or_fail("a", 16, 4096);
+    clear("a");
+    pid_t child = -1;
+    in_mapping = [&child] { child = fork(); };
+    EXPECT_EQ(_skein_str(handle, 0, "x"), 0);
+    if (child == 0) {
+        wait_for_the_next_look();
+        EXPECT_EQ(_skein_str(handle, 0, "child"), 0);
+        EXPECT_THAT(read_trace("a").texts(), testing::Contains("child"));
+        EXPECT_EQ(mappings(), 1U);  // no second one of the new file
+        EXPECT_EQ(skein_close(handle), 0);
+        EXPECT_EQ(mappings(), 0U);
+        _exit(HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(skein_close(handle), 0);
+}
+
 // What signal handlers write to, and how many entries of theirs arrived.
 uint64_t signal_handle = 0;
 volatile sig_atomic_t signals_written = 0;
