@@ -3,6 +3,7 @@
 #ifndef NYX_TEST_FAILING_CALLS_H
 #define NYX_TEST_FAILING_CALLS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -39,38 +40,52 @@ struct outcome {
     block_names live;
 };
 
+// What a call logs: so many of the lines of the undisturbed call, from the first on, and these.
+struct logged_lines {
+    std::size_t kept;
+    std::vector<std::string> added;  // with N in the place of numbers and addresses
+};
+
 struct failing_call {
     std::string function;
     std::uint64_t nth;
-    std::optional<outcome> expected;  // none: that of the undisturbed call
-    std::string emptied;              // not empty: this text of the undisturbed outcome is empty
-    block_names leaked;               // nobody can give these back any more
+    std::optional<outcome> expected;    // none: that of the undisturbed call
+    std::string emptied;                // not empty: this text of the undisturbed outcome is empty
+    block_names leaked;                 // nobody can give these back any more
+    std::optional<outcome> lasting;     // of an allocation: if all that follow fail, too; none: the same
+    std::optional<logged_lines> lines;  // none: those of the undisturbed call
 };
 
 // Collects failures in the order of the platform calls: each is that of the next call of its function.
 class failures {
   public:
     failures &of(const std::string &function, const outcome &expected, const block_names &leaked = {}) {
-        rows_.push_back({function, ++counts_[function], expected, "", leaked});
-        return *this;
+        return add(function, expected, "", leaked);
     }
 
     // Nobody is the worse for it.
-    failures &harmless(const std::string &function) {
-        rows_.push_back({function, ++counts_[function], std::nullopt, "", {}});
+    failures &harmless(const std::string &function) { return add(function, std::nullopt, "", {}); }
+
+    // A length that cannot be measured is taken for 0. `shown` is how the text is shown, up to its second quote.
+    failures &measured(const std::string &shown) { return add("strnlen_s", std::nullopt, shown, {}); }
+
+    // What the last one comes to when the call goes on without its block, and gets none from then on.
+    failures &lasting(const outcome &expected) {
+        rows_.back().lasting = expected;
         return *this;
     }
 
-    // A length that cannot be measured is taken for 0. `shown` is how the text is shown, up to its second quote.
-    failures &measured(const std::string &shown) {
-        rows_.push_back({"strnlen_s", ++counts_["strnlen_s"], std::nullopt, shown, {}});
+    // The lines of the last one are not those of the undisturbed call.
+    failures &logs(std::size_t kept, const std::vector<std::string> &added = {}) {
+        rows_.back().lines = {kept, added};
         return *this;
     }
 
     // A copy made by nyx_strdup(): its length, its block, its characters. Without the last, the block is lost.
-    failures &copy(const std::string &shown, const std::string &description, const outcome &missing) {
+    failures &copy(const std::string &shown, const std::string &description, const outcome &missing,
+                   const std::optional<outcome> &while_short = std::nullopt) {
         measured(shown);
-        of("umbra_named_malloc_", missing);
+        of("umbra_named_malloc_", missing).rows_.back().lasting = while_short;
         outcome kept = missing;
         kept.live.push_back(description);
         return of("memcpy_s", kept, {description});
@@ -80,6 +95,12 @@ class failures {
     operator std::vector<failing_call>() const { return rows_; }
 
   private:
+    failures &add(const std::string &function, const std::optional<outcome> &expected, const std::string &emptied,
+                  const block_names &leaked) {
+        rows_.push_back({function, ++counts_[function], expected, emptied, leaked, std::nullopt, std::nullopt});
+        return *this;
+    }
+
     std::vector<failing_call> rows_;
     std::map<std::string, std::uint64_t> counts_;
 };
@@ -135,17 +156,6 @@ inline std::string shown_code(std::int32_t code) {
             return std::to_string(code);
     }
 }
-
-// An API context whose root logs everything, both ways.
-class api_with_root {
-  public:
-    api_with_root() {
-        static_cast<void>(nyx_debug_init(&api.debug, "processor", NYX_COMPONENT_NYX, nullptr));
-        api.debug.level = QUILL_NYX_LOGGING_LEVEL_TRACE;
-    }
-
-    nyx_api_ctx api{};
-};
 
 }  // namespace nyx_test
 

@@ -2,14 +2,19 @@
 #ifndef NYX_TEST_FAILING_FRAME_H
 #define NYX_TEST_FAILING_FRAME_H
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "failing_calls.h"
+#include "failing_contexts.h"
+#include "failing_results.h"
 #include "frame_fixture.h"
 #include "nyx_api_common.h"
 #include "nyx_debug.h"
@@ -77,155 +82,34 @@ inline scenarios lookup_scenarios() {
 
 // Debug contexts
 
-// A handle after a call, told by the one before it.
-inline std::string shown_handle(std::uint64_t now, std::uint64_t before) {
-    return now == 0 ? "none" : now == junk_handle ? "junk" : now == before ? "kept" : "new";
-}
-
-inline std::string shown_trace(const nyx_debug_ctx_t &now, const nyx_debug_ctx_t &before) {
-    return "file " + shown_handle(now.trace_handle, before.trace_handle) + (now.trace_enabled != 0 ? " on" : " off");
-}
-
+// A root whose memory holds something already that the initialisation is to leave alone.
 class root_init_exercise : public exercise {
   public:
-    root_init_exercise() { zero(); }
+    root_init_exercise() { prepare(); }
     std::string call() override {
+        before_ = root_;
         return shown_code(nyx_debug_init(&root_, "processor", NYX_COMPONENT_NYX, nullptr)) + "; ";
     }
-    std::string state() override {
-        return "component " + shown_handle(root_.component_flag, 0) + ", error " + shown_handle(root_.error_flag, 0) +
-               ", debug " + shown_handle(root_.debug_flag, 0) + ", trace " + shown_handle(root_.trace_flag, 0) + ", " +
-               shown_trace(root_, {}) + ", " + std::to_string(root_.ref_count) + " references";
-    }
+    std::string state() override { return changes(before_, root_); }
     void make_ready() override {
         static_cast<void>(nyx_debug_cleanup(&root_));
-        zero();
+        prepare();
     }
 
   private:
-    void zero() {
+    void prepare() {
         root_ = {};
         root_.level = QUILL_NYX_LOGGING_LEVEL_TRACE;
+        root_.op_level_max = QUILL_NYX_LOGGING_LEVEL_ERROR;
+        std::fill(std::begin(root_.op_levels), std::end(root_.op_levels), root_.op_level_max);
+        root_.children[0] = &listed_;
+        root_.child_count = 1;
     }
 
+    nyx_debug_ctx_t listed_{};
+    nyx_debug_ctx_t before_{};
     nyx_debug_ctx_t root_{};
 };
-
-inline scenario inits_root() {
-    const auto left = [](const std::string &code, const std::string &component, const std::string &error,
-                         const std::string &debug, const std::string &trace, const std::string &file) {
-        return outcome{code + "; component " + component + ", error " + error + ", debug " + debug + ", trace " +
-                           trace + ", file " + file + ", 1 references",
-                       {}};
-    };
-    outcome no_file = left("DEBUG_INIT", "new", "new", "none", "none", "none off");
-    no_file.text += "; said: Init trace buffer (agentx-nyx/processor.trace) failed! (" + text_of_code(17) + ")";
-    return {"nyx_debug_init", [] { return std::make_unique<root_init_exercise>(); },
-            left("0", "new", "new", "new", "new", "new on"),
-            failures()
-                .harmless("strnlen_s")
-                .of("umbra_dt_flag_init", left("DEBUG_INIT", "none", "none", "none", "none", "none off"))
-                .of("umbra_dt_flag_init", left("DEBUG_INIT", "new", "none", "none", "none", "none off"))
-                .of("umbra_dt_flag_init", left("DEBUG_INIT", "new", "new", "none", "none", "new on"))
-                .of("umbra_dt_flag_init", left("DEBUG_INIT", "new", "new", "new", "none", "new on"))
-                .harmless("umbra_dt_flag_enable")
-                .harmless("umbra_dt_flag_enable")
-                .harmless("umbra_dt_flag_enable")
-                .harmless("umbra_dt_flag_enable")
-                .of("memcpy_s", left("406", "new", "new", "none", "none", "none off"))
-                .of("memcpy_s", left("406", "new", "new", "none", "none", "new on"))
-                .of("memcpy_s", left("406", "new", "new", "new", "none", "new on"))
-                .of("skein_init2", no_file)};
-}
-
-class child_init_exercise : public exercise {
-  public:
-    std::string call() override {
-        return shown_code(nyx_debug_init(&child_, "me", NYX_COMPONENT_ME, &root_.api.debug)) + "; ";
-    }
-    std::string state() override {
-        const nyx_debug_ctx_t &parent = root_.api.debug;
-        return std::string(child_.parent == &parent ? "linked, " : "not linked, ") +
-               (child_.error_flag == parent.error_flag ? "its parent's flags, " : "no flags, ") +
-               shown_trace(child_, {}) + ", " + std::to_string(child_.ref_count) + " and " +
-               std::to_string(parent.ref_count) + " references, " + std::to_string(parent.child_count) + " children";
-    }
-    void make_ready() override {
-        if (child_.parent != nullptr) {
-            static_cast<void>(nyx_debug_cleanup(&child_));
-        }
-        child_ = {};
-    }
-
-  private:
-    api_with_root root_;
-    nyx_debug_ctx_t child_{};
-};
-
-inline scenario inits_child() {
-    return {"nyx_debug_init/child",
-            [] { return std::make_unique<child_init_exercise>(); },
-            {"0; linked, its parent's flags, file new on, 1 and 2 references, 1 children", {}},
-            failures()
-                .harmless("strnlen_s")
-                .of("memcpy_s", {"406; not linked, no flags, file none off, 1 and 1 references, 0 children", {}})
-                .of("skein_init2",
-                    {"DEBUG_INIT; linked, its parent's flags, file none off, 1 and 2 references, 1 children; said: "
-                     "Init trace buffer (agentx-nyx/me.trace) failed! (" +
-                         text_of_code(17) + ")",
-                     {}})};
-}
-
-// The last reference of a child whose root was given up before it.
-class cleanup_exercise : public exercise {
-  public:
-    cleanup_exercise() { make_ready(); }
-    std::string call() override { return shown_code(nyx_debug_cleanup(&child_)) + "; "; }
-    std::string state() override {
-        return std::to_string(child_.ref_count) + " and " + std::to_string(root_->api.debug.ref_count) +
-               " references, " + std::to_string(root_->api.debug.child_count) + " children";
-    }
-    void make_ready() final {
-        root_ = std::make_unique<api_with_root>();
-        child_ = {};
-        static_cast<void>(nyx_debug_init(&child_, "me", NYX_COMPONENT_ME, &root_->api.debug));
-        static_cast<void>(nyx_debug_cleanup(&root_->api.debug));
-    }
-
-  private:
-    std::unique_ptr<api_with_root> root_;
-    nyx_debug_ctx_t child_{};
-};
-
-// Trace files
-
-// A root and a child with an open file each. A handle counts as kept if it is the one from before the call.
-class trace_exercise : public exercise {
-  public:
-    explicit trace_exercise(std::function<std::string(nyx_api_ctx &)> run) : run_(std::move(run)) {
-        static_cast<void>(nyx_debug_init(&child_, "me", NYX_COMPONENT_ME, &root_.api.debug));
-    }
-    std::string call() override {
-        root_before_ = root_.api.debug;
-        child_before_ = child_;
-        return run_(root_.api) + "; ";
-    }
-    std::string state() override {
-        return "root " + shown_trace(root_.api.debug, root_before_) + ", child " + shown_trace(child_, child_before_);
-    }
-
-  private:
-    std::function<std::string(nyx_api_ctx &)> run_;
-    api_with_root root_;
-    nyx_debug_ctx_t child_{};
-    nyx_debug_ctx_t root_before_{};
-    nyx_debug_ctx_t child_before_{};
-};
-
-inline scenario traces(const std::string &name, const std::function<std::string(nyx_api_ctx &)> &run,
-                       const std::string &undisturbed, const std::vector<failing_call> &failing) {
-    return {name, [run] { return std::make_unique<trace_exercise>(run); }, {undisturbed, {}}, failing};
-}
 
 inline std::string not_opened(const std::string &name) {
     return "; said: Init trace buffer (agentx-nyx/" + name + ".trace) failed! (" + text_of_code(17) + ")";
@@ -234,21 +118,174 @@ inline std::string not_deleted(const std::string &name) {
     return "; said: skein_delete(agentx-nyx/" + name + ".trace) failed, " + text_of_code(17);
 }
 
+inline scenario inits_root() {
+    const std::string no_flag;
+    const std::string component = "component_flag a flag, ";
+    const std::string error = "error_flag a flag, ";
+    const std::string debug = "debug_flag a flag, ";
+    const std::string file = "trace_handle a file, trace_enabled 1, ";
+    const auto left = [](const std::string &code, const std::string &members) {
+        return outcome{code + "; " + members + "ref_count 1, component 2", {}};
+    };
+    outcome no_file = left("DEBUG_INIT", component + error);
+    no_file.text += not_opened("processor");
+    return {"nyx_debug_init", [] { return std::make_unique<root_init_exercise>(); },
+            left("0", component + debug + error + "trace_flag a flag, " + file),
+            failures()
+                .harmless("strnlen_s")
+                .of("umbra_dt_flag_init", left("DEBUG_INIT", no_flag))
+                .logs(0)
+                .of("umbra_dt_flag_init", left("DEBUG_INIT", component))
+                .logs(0)
+                .of("umbra_dt_flag_init", left("DEBUG_INIT", component + error + file))
+                .logs(1, {"ERR: NYX: ctx=N,processor: Debug log init failed!"})
+                .of("umbra_dt_flag_init", left("DEBUG_INIT", component + debug + error + file))
+                .logs(2, {"ERR: NYX: ctx=N,processor: Trace log init failed!"})
+                .harmless("umbra_dt_flag_enable")
+                .harmless("umbra_dt_flag_enable")
+                .harmless("umbra_dt_flag_enable")
+                .harmless("umbra_dt_flag_enable")
+                .of("memcpy_s", left("406", component + error))
+                .logs(0)
+                .of("memcpy_s", left("406", component + error + file))
+                .logs(1)
+                .of("memcpy_s", left("406", component + debug + error + file))
+                .logs(1)
+                .of("skein_init2", no_file)
+                .logs(1)};
+}
+
+// A child whose memory holds a level already.
+class child_init_exercise : public exercise {
+  public:
+    child_init_exercise() { prepare(); }
+    std::string call() override {
+        parent_before_ = root_.api.debug;
+        before_ = child_;
+        return shown_code(nyx_debug_init(&child_, "me", NYX_COMPONENT_ME, &root_.api.debug)) + "; ";
+    }
+    std::string state() override {
+        return "child: " + changes(before_, child_, &root_.api.debug) +
+               "; parent: " + changes(parent_before_, root_.api.debug, &child_);
+    }
+    void make_ready() override {
+        if (child_.parent != nullptr) {
+            static_cast<void>(nyx_debug_cleanup(&child_));
+        }
+        prepare();
+    }
+
+  private:
+    void prepare() {
+        root_.api.debug.children[0] = nullptr;
+        child_ = {};
+        child_.level = QUILL_NYX_LOGGING_LEVEL_DEBUG;
+    }
+
+    api_with_root root_;
+    nyx_debug_ctx_t parent_before_{};
+    nyx_debug_ctx_t before_{};
+    nyx_debug_ctx_t child_{};
+};
+
+inline scenario inits_child() {
+    const std::string flags = "child: component_flag shared, debug_flag shared, error_flag shared, trace_flag shared, ";
+    const std::string linked = "parent linked, ref_count 1, component 3; ";
+    const std::string listed = "parent: ref_count 2, children[0] linked, child_count 1";
+    return {"nyx_debug_init/child",
+            [] { return std::make_unique<child_init_exercise>(); },
+            {"0; " + flags + "trace_handle a file, trace_enabled 1, " + linked + listed, {}},
+            failures()
+                .harmless("strnlen_s")
+                .of("memcpy_s", {"406; child: ref_count 1, component 3; parent: unchanged", {}})
+                .logs(0)
+                .of("skein_init2", {"DEBUG_INIT; " + flags + linked + listed + not_opened("me"), {}})};
+}
+
+// The last reference of a child whose root was given up before it.
+class cleanup_exercise : public exercise {
+  public:
+    cleanup_exercise() { cleanup_exercise::make_ready(); }
+    std::string call() override {
+        root_before_ = root_->api.debug;
+        child_before_ = child_;
+        return shown_code(nyx_debug_cleanup(&child_)) + "; ";
+    }
+    std::string state() override {
+        return "child: " + changes(child_before_, child_) + "; root: " + changes(root_before_, root_->api.debug);
+    }
+    void make_ready() override {
+        root_ = std::make_unique<api_with_root>();
+        child_ = {};
+        static_cast<void>(nyx_debug_init(&child_, "me", NYX_COMPONENT_ME, &root_->api.debug));
+        static_cast<void>(nyx_debug_cleanup(&root_->api.debug));
+    }
+
+  private:
+    std::unique_ptr<api_with_root> root_;
+    nyx_debug_ctx_t root_before_{};
+    nyx_debug_ctx_t child_before_{};
+    nyx_debug_ctx_t child_{};
+};
+
+// Trace files
+
+// A root and a child with an open file each. The root's tracing is on, as it has to be for its lines; the child's is
+// marked on by another number than the library's, which shows whether the library has set it.
+class trace_exercise : public exercise {
+  public:
+    explicit trace_exercise(std::function<std::string(nyx_api_ctx &)> run) : run_(std::move(run)) {
+        static_cast<void>(nyx_debug_init(&child_, "me", NYX_COMPONENT_ME, &root_.api.debug));
+        trace_exercise::make_ready();
+    }
+    std::string call() override {
+        root_.mark();
+        child_before_ = child_;
+        return run_(root_.api) + "; ";
+    }
+    std::string state() override {
+        return "root: " + root_.changes_since_mark() + "; child: " + changes(child_before_, child_, &root_.api.debug);
+    }
+    void make_ready() override {
+        root_.api.debug.trace_enabled = 7;
+        child_.trace_enabled = 7;
+    }
+
+  private:
+    std::function<std::string(nyx_api_ctx &)> run_;
+    api_with_root root_;
+    nyx_debug_ctx_t child_{};
+    nyx_debug_ctx_t child_before_{};
+};
+
+inline scenario traces(const std::string &name, const std::function<std::string(nyx_api_ctx &)> &run,
+                       const std::string &undisturbed, const std::vector<failing_call> &failing) {
+    return {name, [run] { return std::make_unique<trace_exercise>(run); }, {undisturbed, {}}, failing};
+}
+
 inline scenarios trace_scenarios() {
-    const std::string child_kept = ", child file kept on";
+    const std::string opened = "trace_handle a file, trace_enabled 1";
+    const std::string closed = "trace_handle none, trace_enabled 0";
+    const std::string turned_on = "trace_enabled 1";
+    const std::string lost = "trace_handle none, trace_enabled 1";
+    const auto root_is = [](const std::string &code, const std::string &members) {
+        return code + "; root: " + members + "; child: unchanged";
+    };
+    const auto both_are = [](const std::string &root, const std::string &child) {
+        return "0; root: " + root + "; child: " + child;
+    };
     return {
         traces(
             "nyx_init_trace_buffer", [](nyx_api_ctx &api) { return shown_code(nyx_init_trace_buffer(&api.debug)); },
-            "0; root file new on" + child_kept,
-            failures().of("skein_init2",
-                          {"DEBUG_INIT; root file none off" + child_kept + not_opened("processor"), {}})),
+            root_is("0", opened),
+            failures().of("skein_init2", {root_is("DEBUG_INIT", closed) + not_opened("processor"), {}})),
         traces(
             "nyx_reinit_trace_buffer", [](nyx_api_ctx &api) { return shown_code(nyx_reinit_trace_buffer(&api.debug)); },
-            "0; root file new on" + child_kept,
+            root_is("0", opened),
             failures()
                 .harmless("skein_close")
-                .of("skein_delete", {"17; root file kept on" + child_kept + not_deleted("processor"), {}})
-                .of("skein_init2", {"DEBUG_INIT; root file none off" + child_kept + not_opened("processor"), {}})),
+                .of("skein_delete", {root_is("17", "unchanged") + not_deleted("processor"), {}})
+                .of("skein_init2", {root_is("DEBUG_INIT", closed) + not_opened("processor"), {}})),
         // Tracing is turned on also when there is no file.
         traces(
             "nyx_clear_trace_update_component",
@@ -256,27 +293,28 @@ inline scenarios trace_scenarios() {
                 nyx_clear_trace_update_component(&api.debug, NYX_COMPONENT_NYX, 1, 1, 1);
                 return "";
             },
-            "; root file new on" + child_kept,
+            root_is("", opened),
             failures()
                 .harmless("skein_close")
-                .of("skein_delete", {"; root file kept on" + child_kept + not_deleted("processor"), {}})
-                .of("skein_init2", {"; root file none on" + child_kept + not_opened("processor"), {}})),
+                .of("skein_delete", {root_is("", turned_on) + not_deleted("processor"), {}})
+                .of("skein_init2", {root_is("", lost) + not_opened("processor"), {}})),
         traces(
             "nyx_clear_trace", [](nyx_api_ctx &api) { return shown_code(nyx_clear_trace(&api)); },
-            "0; root file new on, child file new on",
+            both_are(opened, opened),
             failures()
                 .harmless("skein_close")
                 .harmless("skein_close")
-                .of("skein_delete", {"0; root file kept on, child file new on" + not_deleted("processor"), {}})
-                .of("skein_delete", {"0; root file new on, child file kept on" + not_deleted("me"), {}})
-                .of("skein_init2", {"0; root file none on, child file new on" + not_opened("processor"), {}})
-                .of("skein_init2", {"0; root file new on, child file none on" + not_opened("me"), {}})),
+                .of("skein_delete", {both_are(turned_on, opened) + not_deleted("processor"), {}})
+                .of("skein_delete", {both_are(opened, turned_on) + not_deleted("me"), {}})
+                .of("skein_init2", {both_are(lost, opened) + not_opened("processor"), {}})
+                .of("skein_init2", {both_are(opened, lost) + not_opened("me"), {}})),
         inits_root(),
         inits_child(),
         {"nyx_debug_cleanup",
          [] { return std::make_unique<cleanup_exercise>(); },
-         {"0; 0 and 0 references, 0 children", {}},
-         failures().of("umbra_dt_flag_destroy", {"DEBUG_CLEANUP; 0 and 0 references, 0 children", {}})},
+         {"0; child: ref_count 0; root: ref_count 0, child_count 0", {}},
+         failures().of("umbra_dt_flag_destroy",
+                       {"DEBUG_CLEANUP; child: ref_count 0; root: ref_count 0, child_count 0", {}})},
     };
 }
 
@@ -286,10 +324,11 @@ class level_exercise : public exercise {
   public:
     explicit level_exercise(std::uint32_t component) : component_(component) {}
     std::string call() override {
+        root_.mark();
         return shown_code(nyx_debug_logging_set_level(&root_.api, component_, 0, 0, QUILL_NYX_LOGGING_LEVEL_DEBUG, 1)) +
                "; ";
     }
-    std::string state() override { return "level " + std::to_string(root_.api.debug.level); }
+    std::string state() override { return root_.changes_since_mark(); }
     void make_ready() override { root_.api.debug.level = QUILL_NYX_LOGGING_LEVEL_TRACE; }
 
   private:
@@ -306,7 +345,7 @@ inline scenarios level_scenarios() {
          {}},
         {"nyx_debug_logging_set_level/no_context",
          [] { return std::make_unique<level_exercise>(NYX_COMPONENT_QT); },
-         {"INVALID_ARGUMENT; level 4", {}},
+         {"INVALID_ARGUMENT; unchanged", {}},
          {}},
     };
 }
@@ -321,6 +360,15 @@ class session_exercise : public exercise {
   public:
     explicit session_exercise(int sessions) { open(sessions); }
 
+    // What has become of the context, and of the sessions that there are still.
+    std::string state() override {
+        bool same = true;
+        for (std::size_t i = 0; i < sessions_.size(); ++i) {
+            same = same && (!is_live(sessions_[i]) || bytes_of(*sessions_[i]) == sessions_before_[i]);
+        }
+        return root_.changes_since_mark() + (same ? "" : "; sessions: changed");
+    }
+
   protected:
     void open(int sessions) {
         static_cast<void>(nyx_session_store_init(&root_.api));
@@ -332,6 +380,15 @@ class session_exercise : public exercise {
         nodes_.clear();
         for (const struct call &each : recorder().calls("umbra_named_malloc_")) {
             nodes_.push_back(reinterpret_cast<umbra_wavl_node *>(each.result.bits));
+        }
+    }
+
+    // Just before the call.
+    void mark() {
+        root_.mark();
+        sessions_before_.clear();
+        for (const nyx_session_ctx *const each : sessions_) {
+            sessions_before_.push_back(bytes_of(*each));
         }
     }
 
@@ -356,31 +413,41 @@ class session_exercise : public exercise {
     static bool is_live(const void *block) { return recorder().size_of(block).has_value(); }
 
     nyx_api_ctx &api() { return root_.api; }
-    [[nodiscard]] std::uint64_t held() const { return umbra_wavl_count(&root_.api.session_tree); }
     [[nodiscard]] nyx_session_ctx *session() const { return sessions_.at(0); }
 
   private:
     api_with_root root_;
     std::vector<nyx_session_ctx *> sessions_;
+    std::vector<std::string> sessions_before_;
     std::vector<umbra_wavl_node *> nodes_;
 };
 
+// The generator starts from words that are never drawn: lrand48() has 31 bits.
 class store_init_exercise : public session_exercise {
   public:
-    store_init_exercise() : session_exercise(0) { static_cast<void>(nyx_session_store_cleanup(&api())); }
-    std::string call() override { return shown_code(nyx_session_store_init(&api())) + "; "; }
-    std::string state() override {
-        const bool zeroed = bytes_of(api().session_tree) == std::string(sizeof api().session_tree, '\0');
-        return zeroed ? "no store" : "a store of " + std::to_string(held());
+    store_init_exercise() : session_exercise(0) { store_init_exercise::make_ready(); }
+    std::string call() override {
+        mark();
+        return shown_code(nyx_session_store_init(&api())) + "; ";
     }
-    void make_ready() override { static_cast<void>(nyx_session_store_cleanup(&api())); }
+    std::string state() override {
+        const bool drawn = std::all_of(std::begin(api().session_id_state), std::end(api().session_id_state),
+                                       [](std::uint32_t word) { return word <= 0x7FFFFFFFU; });
+        return session_exercise::state() + (drawn ? ", all drawn" : "");
+    }
+    void make_ready() override {
+        static_cast<void>(nyx_session_store_cleanup(&api()));
+        std::fill(std::begin(api().session_id_state), std::end(api().session_id_state), 0xFFFFFFFFU);
+    }
 };
 
 class store_cleanup_exercise : public session_exercise {
   public:
     store_cleanup_exercise() : session_exercise(2) {}
-    std::string call() override { return shown_code(nyx_session_store_cleanup(&api())) + "; "; }
-    std::string state() override { return "holds " + std::to_string(held()); }
+    std::string call() override {
+        mark();
+        return shown_code(nyx_session_store_cleanup(&api())) + "; ";
+    }
     void make_ready() override {
         take_down();
         open(2);
@@ -392,13 +459,11 @@ class session_create_exercise : public session_exercise {
   public:
     session_create_exercise() : session_exercise(1) {}
     std::string call() override {
+        mark();
         made_ = nyx_session_create(&api());
         return made_ == nullptr ? "null; " : "a session; ";
     }
-    std::string state() override {
-        const bool found = made_ != nullptr && nyx_session_find(&api(), made_->session_id) == made_;
-        return std::string(found ? "found, " : "") + "holds " + std::to_string(held());
-    }
+    std::string state() override { return session_exercise::state() + (made_ == nullptr ? "" : shown_made()); }
     void make_ready() override { nyx_session_destroy(&api(), std::exchange(made_, nullptr)); }
     void clean_up() override {
         make_ready();
@@ -406,15 +471,25 @@ class session_create_exercise : public session_exercise {
     }
 
   private:
+    // A session is found under its id, and everything else in it is zero.
+    std::string shown_made() {
+        const std::uint32_t id = std::exchange(made_->session_id, 0);
+        const bool empty = bytes_of(*made_) == std::string(sizeof *made_, '\0');
+        made_->session_id = id;
+        return std::string(nyx_session_find(&api(), id) == made_ ? "; found" : "; lost") +
+               (empty ? ", empty" : ", filled");
+    }
+
     nyx_session_ctx *made_ = nullptr;
 };
 
 class session_find_exercise : public session_exercise {
   public:
     session_find_exercise() : session_exercise(1) {}
-    std::string call() override { return shown_session(nyx_session_find(&api(), session()->session_id)); }
-    std::string state() override { return "holds " + std::to_string(held()); }
-    void make_ready() override {}
+    std::string call() override {
+        mark();
+        return shown_session(nyx_session_find(&api(), session()->session_id));
+    }
     void clean_up() override { take_down(); }
 
   protected:
@@ -423,40 +498,39 @@ class session_find_exercise : public session_exercise {
     }
 };
 
-// As a request names it.
+// As a request names it. Before the call, the place for the session holds one that is in no store.
 class session_lookup_exercise : public session_find_exercise {
   public:
     std::string call() override {
+        mark();
         quill_nyx_request request{};
         request.session_id = session()->session_id;
         request.has_session_id = 1;
         nyx_request_ctx context{&api(), &request};
-        nyx_session_ctx *found = session();
-        const rcode rc = nyx_req_session_id_lookup(&context, &result_, &found);
+        nyx_session_ctx other{};
+        nyx_session_ctx *found = &other;
+        const rcode rc = nyx_req_session_id_lookup(&context, &result_.record, &found);
         return shown_code(rc) + ", " + shown_session(found);
     }
-    std::string state() override { return session_find_exercise::state() + ", result {" + text_of(result_) + "}"; }
-    void make_ready() override {
-        release(result_);
-        result_ = {};
-    }
+    std::string state() override { return session_find_exercise::state() + "; result {" + result_.changed() + "}"; }
+    void make_ready() override { result_.renew(); }
     void clean_up() override {
-        make_ready();
+        result_.release_new();
         take_down();
     }
 
   private:
-    quill_nyx_request_result result_{};
+    used<quill_nyx_request_result> result_;
 };
 
 class session_destroy_exercise : public session_exercise {
   public:
     session_destroy_exercise() : session_exercise(1) { own(); }
     std::string call() override {
+        mark();
         nyx_session_destroy(&api(), session());
         return "";
     }
-    std::string state() override { return "holds " + std::to_string(held()); }
     void make_ready() override {
         clean_up();
         open(1);
@@ -482,50 +556,62 @@ class session_destroy_exercise : public session_exercise {
 };
 
 inline scenarios session_scenarios() {
-    const outcome not_made = {"null; holds 1", {session_block, node_block}};
+    const block_names one = {session_block, node_block};
+    const outcome not_inserted = {"null; generator moved", one};
+    const std::string drawn = "generator changed, all drawn";
     return {
         {"nyx_session_store_init",
          [] { return std::make_unique<store_init_exercise>(); },
-         {"0; a store of 0", {}},
-         failures().of("memset_s", {"406; no store", {}}).of("umbra_wavl_tree_init", {"12; no store", {}})},
+         {"0; tree of 0, " + drawn, {}},
+         failures()
+             .of("memset_s", {"406; " + drawn, {}})
+             .logs(0, {"ERR: NYX: ctx=N,mem init failure: " + text_of_code(406)})
+             .of("umbra_wavl_tree_init", {"12; " + drawn, {}})},
         // A tree that hides its first node is finished while it holds it: nobody finds the session any more.
         {"nyx_session_store_cleanup",
          [] { return std::make_unique<store_cleanup_exercise>(); },
-         {"0; holds 0", {}},
+         {"0; tree ended", {}},
          failures()
-             .of("umbra_wavl_get_first", {"16; holds 0", {session_block, session_block, node_block, node_block}})
-             .of("umbra_wavl_get_first", {"16; holds 0", {session_block, node_block}})
+             .of("umbra_wavl_get_first", {"16; tree ended", {session_block, session_block, node_block, node_block}})
+             .of("umbra_wavl_get_first", {"16; tree ended", one})
              .harmless("umbra_wavl_get_first")
              .harmless("umbra_wavl_delete")
              .harmless("umbra_wavl_delete")
-             .of("umbra_wavl_tree_finish", {"16; holds 0", {}})},
+             .of("umbra_wavl_tree_finish", {"16; tree of 0", {}})},
         {"nyx_session_create",
          [] { return std::make_unique<session_create_exercise>(); },
-         {"a session; found, holds 2", {session_block, session_block, node_block, node_block}},
+         {"a session; tree of 2, generator moved; found, empty",
+          {session_block, session_block, node_block, node_block}},
          failures()
-             .of("umbra_named_calloc_", not_made)
+             .of("umbra_named_calloc_", {"null; unchanged", one})
+             .logs(0, {"ERR: NYX: ctx=N,NYX session context allocation failed"})
              .harmless("umbra_wavl_search")
-             .of("umbra_named_malloc_", not_made)
-             .of("umbra_wavl_insert", not_made)},
+             .of("umbra_named_malloc_", not_inserted)
+             .logs(1, {"ERR: NYX: ctx=N,NYX session tree node allocation failed"})
+             .of("umbra_wavl_insert", not_inserted)
+             .logs(1, {"ERR: NYX: ctx=N,NYX session tree node insertion failed"})},
         {"nyx_session_find",
          [] { return std::make_unique<session_find_exercise>(); },
-         {"the session; holds 1", {session_block, node_block}},
-         failures().of("umbra_wavl_search", {"null; holds 1", {session_block, node_block}})},
+         {"the session; unchanged", one},
+         failures().of("umbra_wavl_search", {"null; unchanged", one})},
         {"nyx_req_session_id_lookup/known",
          [] { return std::make_unique<session_lookup_exercise>(); },
-         {"0, the session; holds 1, result {}", {session_block, node_block}},
-         failures().of(
-             "umbra_wavl_search",
-             {R"(INVALID_REQUEST, null; holds 1, result {status*=0 error*{type*=3 tag*="invalid-value" severity*=0)"
-              R"( message{text*="Entered session ID was not found."}}})",
-              {"error message", "error tag string", session_block, node_block}})},
+         {"0, the session; unchanged; result {}", one},
+         failures()
+             .of("umbra_wavl_search",
+                 {R"(INVALID_REQUEST, null; unchanged; result {status*=0 error*{type*=3 tag*="invalid-value" severity*=0)"
+                  R"( message{text*="Entered session ID was not found."}}})",
+                  {"error message", "error tag string", session_block, node_block}})
+             .logs(0, {"ERR: NYX: ctx=N,ses=N,op=N,session with id=N not found"})},
         // A session that the tree hides is a stranger: its buffers are left alone, and its node stays.
         {"nyx_session_destroy",
          [] { return std::make_unique<session_destroy_exercise>(); },
-         {"holds 0", {}},
+         {"tree of 0", {}},
          failures()
-             .of("umbra_wavl_search", {"holds 1", {node_block, "a", "b"}})
-             .of("umbra_wavl_delete", {"holds 1", {node_block}})},
+             .of("umbra_wavl_search", {"unchanged", {node_block, "a", "b"}})
+             .logs(0, {"DBG: NYX: ctx=N,session-id=N not found, cannot be destroyed"})
+             .of("umbra_wavl_delete", {"unchanged", {node_block}})
+             .logs(0, {"TRC: NYX: ctx=N,session-id=N cannot be released from the session tree"})},
     };
 }
 

@@ -2,14 +2,18 @@
 #ifndef NYX_TEST_FAILING_REQUESTS_H
 #define NYX_TEST_FAILING_REQUESTS_H
 
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "failing_calls.h"
+#include "failing_contexts.h"
+#include "failing_results.h"
 #include "nyx_api_common.h"
 #include "nyx_error.h"
 #include "result_fixture.h"
@@ -18,7 +22,7 @@ namespace nyx_test {
 
 // Request results
 
-// A lock request with its result; a session store that is empty.
+// A lock request with its result, which has been used before; a session store that is empty.
 struct request_under_way : api_with_root {
     request_under_way() {
         static_cast<void>(nyx_session_store_init(&api));
@@ -26,22 +30,41 @@ struct request_under_way : api_with_root {
         request.has_type = 1;
     }
 
+    void mark() {
+        api_with_root::mark();
+        request_before_ = bytes_of(request);
+    }
+    // What has become of the result, and of what no call may change.
+    [[nodiscard]] std::string changed() const {
+        const bool same_request =
+            bytes_of(request) == request_before_ && context.nyx_ctx == &api && context.request == &request;
+        return answer.changed() + (same_request ? "" : "; request: changed") + unexpected_changes();
+    }
+
     quill_nyx_request request{};
     nyx_request_ctx context{&api, &request};
-    quill_nyx_request_result result{};
+    used<quill_nyx_request_result> answer;
+    quill_nyx_request_result &result = answer.record;
+
+  private:
+    std::string request_before_;
 };
 
 class request_exercise : public exercise {
   public:
     using operation = std::function<rcode(request_under_way &)>;
 
-    explicit request_exercise(operation run) : run_(std::move(run)) {}
-    std::string call() override { return shown_code(run_(under_way_)) + "; "; }
-    std::string state() override { return text_of(under_way_.result); }
-    void make_ready() override {
-        release(under_way_.result);
-        under_way_.result = {};
+    request_exercise(operation run, std::optional<std::uint32_t> session_id) : run_(std::move(run)) {
+        under_way_.request.has_session_id = session_id ? 1 : 0;
+        under_way_.request.session_id = session_id.value_or(0);
     }
+    std::string call() override {
+        under_way_.mark();
+        return shown_code(run_(under_way_)) + "; ";
+    }
+    std::string state() override { return under_way_.changed(); }
+    void make_ready() override { under_way_.answer.renew(); }
+    void clean_up() override { under_way_.answer.release_new(); }
 
   private:
     operation run_;
@@ -49,20 +72,23 @@ class request_exercise : public exercise {
 };
 
 inline scenario fills_result(const std::string &name, const request_exercise::operation &run,
-                             const outcome &undisturbed, const std::vector<failing_call> &failing) {
-    return {name, [run] { return std::make_unique<request_exercise>(run); }, undisturbed, failing};
+                             const outcome &undisturbed, const std::vector<failing_call> &failing,
+                             std::optional<std::uint32_t> session_id = std::nullopt) {
+    return {name, [=] { return std::make_unique<request_exercise>(run, session_id); }, undisturbed, failing};
 }
 
 inline constexpr const char *tag_block = "error tag string";
 inline constexpr const char *message_block = "error message";
+inline constexpr const char *no_entries = "ERR: NYX: ctx=N,NYX datatree allocation failed";
 inline constexpr const char *records_block = "GPB datatree (nyx_req_datatree_create)";
 
-// What is left of an error whose tag could not be copied, and of one whose message could not.
+// What becomes of an error whose tag cannot be copied, and of one whose message cannot: it has none then, also not the
+// one of before.
 inline std::string without_tag(const std::string &code, const std::string &type) {
     return code + "; status*=0 error*{type*=" + type + " severity*=0}";
 }
 inline std::string without_message(const std::string &code, const std::string &type, const std::string &tag) {
-    return code + "; status*=0 error*{type*=" + type + " tag*=\"" + tag + "\" severity*=0}";
+    return code + "; status*=0 error*{type*=" + type + " tag*=\"" + tag + R"(" severity*=0 message{text="none"}})";
 }
 inline std::string with_both(const std::string &code, const std::string &type, const std::string &tag,
                              const std::string &message, const std::string &info = "") {
@@ -73,10 +99,11 @@ inline std::string with_both(const std::string &code, const std::string &type, c
 // What an operation that sets type, tag and message comes to, without those of them that cannot be copied.
 inline scenario sets_error(const std::string &name, const request_exercise::operation &run, const std::string &code,
                            const std::string &type, const std::string &tag, const std::string &message,
-                           failures failing = {}) {
+                           failures failing = {}, std::optional<std::uint32_t> session_id = std::nullopt) {
     failing.copy("tag*=\"" + tag + '"', tag_block, {without_tag("NO_MEMORY", type), {}})
         .copy("text*=\"" + message + '"', message_block, {without_message(code, type, tag), {tag_block}});
-    return fills_result(name, run, {with_both(code, type, tag, message), {message_block, tag_block}}, failing);
+    return fills_result(name, run, {with_both(code, type, tag, message), {message_block, tag_block}}, failing,
+                        session_id);
 }
 
 // Looks a session up that is not there. An out parameter that is left alone shows in the code.
@@ -95,15 +122,8 @@ inline scenarios error_scenarios() {
             "0", "1", "a-tag", "A message."),
         sets_error("nyx_req_session_id_lookup", look_up_in_vain, "INVALID_REQUEST", "3", "data-missing",
                    "Session ID is missing."),
-        sets_error(
-            "nyx_req_session_id_lookup/unknown",
-            [](request_under_way &at) {
-                at.request.has_session_id = 1;
-                at.request.session_id = 7;
-                return look_up_in_vain(at);
-            },
-            "INVALID_REQUEST", "3", "invalid-value", "Entered session ID was not found.",
-            failures().harmless("umbra_wavl_search")),
+        sets_error("nyx_req_session_id_lookup/unknown", look_up_in_vain, "INVALID_REQUEST", "3", "invalid-value",
+                   "Entered session ID was not found.", failures().harmless("umbra_wavl_search"), 7),
         sets_error(
             "nyx_me_request_result_check",
             [](request_under_way &at) {
@@ -126,9 +146,12 @@ inline failures element_failures(const std::string &type, const std::string &tag
         // An error without its message gets its info all the same.
         .copy("text*=\"" + message + '"', message_block,
               {"0; status*=0 error*{type*=" + type + " tag*=\"" + tag +
-                   R"(" severity*=0 info{name*="error-info" children*[{name*="bad-element" value*="mtu"}]}})",
-               {records_block, "element name string", tag_block, "str: bad element", "str: error-info"}})
+                   R"(" severity*=0 message{text="none"} info{name*="error-info" children*[)"
+                   R"({name*="bad-element" value*="mtu"}]}})",
+               {records_block, "element name string", tag_block, "str: bad element", "str: error-info"}},
+              outcome{without_message("NO_MEMORY", type, tag), {tag_block}})
         .of("umbra_named_malloc_", no_info)
+        .logs(1, {no_entries})
         .copy(R"(name*="bad-element")", "str: bad element", no_info)
         .copy(R"(value*="mtu")", "element name string", no_info)
         .copy(R"(name*="error-info")", "str: error-info", no_info);
@@ -191,28 +214,36 @@ class info_exercise : public exercise {
   public:
     info_exercise() { make_entries(); }
     std::string call() override {
+        under_way_.mark();
         const rcode rc = nyx_req_result_error_info_set(&under_way_.result, entries_, 1);
         if (rc == 0) {
             entries_ = nullptr;
         }
         return shown_code(rc) + "; ";
     }
-    std::string state() override { return text_of(under_way_.result); }
+    std::string state() override {
+        const bool kept = entries_ == nullptr || bytes_of(*entries_) == entries_before_;
+        return under_way_.changed() + (kept ? "" : "; entries: changed");
+    }
     void make_ready() override {
         clean_up();
+        under_way_.answer.renew();
         make_entries();
     }
     void clean_up() override {
-        release(under_way_.result);
-        under_way_.result = {};
+        under_way_.answer.release_new();
         nyx_gpb_free(std::exchange(entries_, nullptr));
     }
 
   private:
-    void make_entries() { entries_ = nyx_gpb_datatree_create(&under_way_.api, 1); }
+    void make_entries() {
+        entries_ = nyx_gpb_datatree_create(&under_way_.api, 1);
+        entries_before_ = bytes_of(*entries_);
+    }
 
     request_under_way under_way_;
     quill_nyx_datatree *entries_ = nullptr;
+    std::string entries_before_;
 };
 
 inline scenario sets_info() {
@@ -242,9 +273,12 @@ inline scenario checks_message_id() {
         failures()
             .copy("tag*=\"" + tag + '"', tag_block, {without_tag("NO_MEMORY", "1"), {}})
             .copy("text*=\"" + message + '"', message_block,
-                  {"INVALID_REQUEST; status*=0 error*{type*=1 tag*=\"" + tag + "\" severity*=0" + info + "}",
-                   all_but_message})
+                  {"INVALID_REQUEST; status*=0 error*{type*=1 tag*=\"" + tag + R"(" severity*=0 message{text="none"})" +
+                       info + "}",
+                   all_but_message},
+                  outcome{without_message("NO_MEMORY", "1", tag), {tag_block}})
             .of("umbra_named_malloc_", no_info)
+            .logs(1, {no_entries})
             .copy(R"(name*="bad-attribute")", "str: bad-attribute", no_info)
             .copy(R"(value*="message-id")", "str: message-id", no_info)
             .copy(R"(name*="bad-element")", "str: bad-element", no_info)
@@ -257,19 +291,28 @@ inline scenario checks_message_id() {
 // A result that carries an error becomes a bare failure, which takes nothing but releases.
 class nomem_exercise : public exercise {
   public:
-    nomem_exercise() { static_cast<void>(nyx_req_result_error_set(&under_way_.result, 1, 0, "a-tag", "A message.")); }
+    nomem_exercise() { nomem_exercise::make_ready(); }
     std::string call() override {
-        nyx_nomem_error_set(&under_way_.result);
+        nyx_nomem_error_set(&result_);
         return "";
     }
-    std::string state() override { return text_of(under_way_.result); }
-    void make_ready() final {
-        static_cast<void>(nyx_req_result_error_set(&under_way_.result, 1, 0, "a-tag", "A message."));
+    std::string state() override {
+        const bool zeroed = bytes_of(result_.error) == std::string(sizeof result_.error, '\0');
+        return text_of(result_) + (zeroed ? "" : "; the error is not zeroed");
+    }
+    void make_ready() override {
+        std::memset(&result_, 0, sizeof result_);  // padding included
+        static_cast<void>(nyx_req_result_error_set(&result_, 1, 0, "a-tag", "A message."));
+        result_.uint32_2 = 7;
+        result_.has_uint32_2 = 1;
+        result_.string_3 = old_;
+        result_.has_string_3 = 1;
     }
     void clean_up() override {}
 
   private:
-    request_under_way under_way_;
+    char old_[4] = "old";
+    quill_nyx_request_result result_{};
 };
 
 // Data trees
@@ -277,15 +320,17 @@ class nomem_exercise : public exercise {
 class tree_exercise : public exercise {
   public:
     std::string call() override {
+        root_.mark();
         records_ = nyx_gpb_datatree_create(&root_.api, count);
         return records_ == nullptr ? "null" : "";
     }
     std::string state() override {
         std::string all;
         for (std::uint32_t i = 0; records_ != nullptr && i < count; ++i) {
-            all.append("{").append(text_of(records_[i])).append("}");
+            const bool empty = bytes_of(records_[i]) == std::string(sizeof *records_, '\0');
+            all += empty ? "{}" : "{rubbish}";
         }
-        return all;
+        return all + root_.unexpected_changes();
     }
     void make_ready() override { nyx_gpb_free(std::exchange(records_, nullptr)); }
 
@@ -331,7 +376,11 @@ class release_exercise : public exercise {
 class dump_exercise : public exercise {
   public:
     explicit dump_exercise(std::function<rcode(nyx_debug_ctx_t *)> dump) : dump_(std::move(dump)) {}
-    std::string call() override { return shown_code(dump_(&root_.api.debug)); }
+    std::string call() override {
+        root_.mark();
+        return shown_code(dump_(&root_.api.debug));
+    }
+    std::string state() override { return root_.unexpected_changes(); }
 
   private:
     std::function<rcode(nyx_debug_ctx_t *)> dump_;
@@ -364,11 +413,14 @@ inline scenarios tree_scenarios() {
         sets_path(),
         sets_info(),
         checks_message_id(),
-        {"nyx_nomem_error_set", [] { return std::make_unique<nomem_exercise>(); }, {"status*=0", {}}, {}},
+        {"nyx_nomem_error_set",
+         [] { return std::make_unique<nomem_exercise>(); },
+         {R"(status*=0 uint32_2*=7 string_3*="old")", {}},
+         {}},
         {"nyx_gpb_datatree_create",
          [] { return std::make_unique<tree_exercise>(); },
          {"{}{}", {records_block}},
-         failures().of("umbra_named_malloc_", {"null", {}})},
+         failures().of("umbra_named_malloc_", {"null", {}}).logs(0, {no_entries})},
         {"nyx_gpb_alloc",
          [] { return std::make_unique<block_exercise>(); },
          {"zeroes", {"NYX GPB"}},
@@ -381,19 +433,37 @@ inline scenarios tree_scenarios() {
 
 // XPath expressions
 
+// Path and prefixes: `"ns1:a" ns1=urn:x`.
 inline std::string shown_path(const xpath_context &context) {
-    return shown(context.path) + ", " + std::to_string(umbra_hashmap_size(context.namespace_aliases)) + " prefixes";
+    std::string all = shown(context.path);
+    umbra_hashmap *const map = context.namespace_aliases;
+    for (umbra_hashmap_entry *at = umbra_hashmap_first(map); at != nullptr; at = umbra_hashmap_next(map, at)) {
+        all.append(" ").append(static_cast<const char *>(umbra_hashmap_value(at)));
+        all.append("=").append(static_cast<const char *>(umbra_hashmap_key(at)));
+    }
+    return all;
 }
 
+// What the memory held before is forgotten.
 class xpath_init_exercise : public exercise {
   public:
+    xpath_init_exercise() { xpath_init_exercise::make_ready(); }
     std::string call() override { return std::to_string(xpath_context_init(&context_)) + "; "; }
     std::string state() override {
         return shown(context_.path) + (context_.namespace_aliases == nullptr ? ", no map" : ", a map");
     }
-    void make_ready() override { xpath_context_destroy(&context_); }
+    void make_ready() override {
+        clean_up();
+        context_ = {old_, reinterpret_cast<umbra_hashmap *>(junk_handle)};
+    }
+    void clean_up() override {
+        if (context_.path != old_) {
+            xpath_context_destroy(&context_);
+        }
+    }
 
   private:
+    char old_[4] = "old";
     xpath_context context_{};
 };
 
@@ -442,28 +512,28 @@ inline constexpr const char *namespace_block = "copy of namespace for xpath attr
 inline constexpr const char *path_block = "xpath error string";
 
 inline scenario prepends_with_new_namespace() {
-    const outcome as_before = {R"(12; "a", 0 prefixes)", {"hash map", path_block}};
-    return {
-        "xpath_prepend",
-        [] { return std::make_unique<xpath_prepend_exercise>(nullptr); },
-        {R"(0; "ns1:b/a", 1 prefixes)", {namespace_block, "hash map", alias_block, path_block}},
-        failures()
-            .harmless("umbra_hashmap_get")
-            .of("umbra_named_calloc_", as_before)
-            .harmless("strnlen_s")  // the prefix is that of another namespace
-            .of("umbra_named_malloc_", as_before)
-            .of("memcpy_s", {R"(12; "a", 0 prefixes)", {namespace_block, "hash map", path_block}}, {namespace_block})
-            .of("umbra_hashmap_insert", as_before)
-            .of("umbra_named_calloc_",
-                {R"(12; "a", 1 prefixes)", {namespace_block, "hash map", alias_block, path_block}})};
+    const outcome as_before = {R"(12; "a")", {"hash map", path_block}};
+    return {"xpath_prepend",
+            [] { return std::make_unique<xpath_prepend_exercise>(nullptr); },
+            {R"(0; "ns1:b/a" ns1=urn:x)", {namespace_block, "hash map", alias_block, path_block}},
+            failures()
+                .harmless("umbra_hashmap_get")
+                .of("umbra_named_calloc_", as_before)
+                // The prefix is that of another namespace.
+                .of("strnlen_s", {R"(0; "ns1:b/a" ns1=)", {namespace_block, "hash map", alias_block, path_block}})
+                .of("umbra_named_malloc_", as_before)
+                .of("memcpy_s", {R"(12; "a")", {namespace_block, "hash map", path_block}}, {namespace_block})
+                .of("umbra_hashmap_insert", as_before)
+                .of("umbra_named_calloc_",
+                    {R"(12; "a" ns1=urn:x)", {namespace_block, "hash map", alias_block, path_block}})};
 }
 
 // A map that denies what it holds does not take it a second time.
 inline scenario prepends_with_known_namespace() {
-    const outcome as_before = {R"(12; "ns1:a", 1 prefixes)", {namespace_block, "hash map", alias_block, path_block}};
+    const outcome as_before = {R"(12; "ns1:a" ns1=urn:x)", {namespace_block, "hash map", alias_block, path_block}};
     return {"xpath_prepend/known_namespace",
             [] { return std::make_unique<xpath_prepend_exercise>("urn:x"); },
-            {R"(0; "ns1:b/ns1:a", 1 prefixes)", as_before.live},
+            {R"(0; "ns1:b/ns1:a" ns1=urn:x)", as_before.live},
             failures().of("umbra_hashmap_get", as_before).of("umbra_named_calloc_", as_before)};
 }
 
@@ -475,20 +545,17 @@ class xpath_error_exercise : public exercise {
         static_cast<void>(xpath_prepend(&context_, "b", "urn:y", nullptr, nullptr, 0));
         static_cast<void>(xpath_prepend(&context_, "a", "urn:x", nullptr, nullptr, 0));
     }
-    std::string call() override { return std::to_string(xpath_to_nyx_error(&context_, &error_)) + "; "; }
-    std::string state() override { return text_of(error_) + "; " + shown_path(context_); }
-    void make_ready() override {
-        quill_nyx_error_free_ext(&error_, nyx_gpb_free, nullptr, 0);
-        error_ = {};
-    }
+    std::string call() override { return std::to_string(xpath_to_nyx_error(&context_, &error_.record)) + "; "; }
+    std::string state() override { return error_.changed() + "; " + shown_path(context_); }
+    void make_ready() override { error_.renew(); }
     void clean_up() override {
-        make_ready();
+        error_.release_new();
         xpath_context_destroy(&context_);
     }
 
   private:
     xpath_context context_{};
-    quill_nyx_error error_{};
+    used<quill_nyx_error> error_;
 };
 
 // What the context holds, whatever happens to the error.
@@ -503,7 +570,7 @@ inline scenario writes_error() {
     const std::string array_block = "query transformer namespace attributes";
     const std::string tag_copy = "copy of xpath namespace tag";
     const std::string key_block = "prepended 'xmlns:' to xpath namespace value";
-    const std::string path = R"("ns2:a/ns1:b", 2 prefixes)";
+    const std::string path = R"("ns2:a/ns1:b" ns1=urn:y ns2=urn:x)";
     const std::string first = R"({key*="xmlns:ns1" value*="urn:y"})";
     const std::string second = R"({key*="xmlns:ns2" value*="urn:x"})";
     const auto written = [&](const std::string &attributes) {
@@ -519,6 +586,7 @@ inline scenario writes_error() {
     failing.measured(R"(value*="ns2:a/ns1:b")")
         .of("umbra_named_malloc_", {"0; path{value*=null attributes*[" + first + second + "]}; " + path,
                                     with_context({array_block, tag_copy, tag_copy, key_block, key_block})})
+        .lasting({"12; path{value*=null}; " + path, with_context({})})
         .of("memcpy_s",
             {"0; path{value*=null attributes*[" + first + second + "]}; " + path,
              with_context({value_block, array_block, tag_copy, tag_copy, key_block, key_block})},

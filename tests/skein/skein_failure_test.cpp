@@ -13,11 +13,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <cstring>
 #include <string>
 #include <utility>
 
 #include "sanitized.h"
 #include "trace_files.h"
+#include "trace_image.h"
 
 namespace {
 
@@ -28,6 +30,15 @@ int allocations_until_failure = -1;
 bool no_nameless_files = false;
 bool no_proc = false;
 int filling_fails_with = 0;
+// What the kernel tells of every process; empty: what it does tell.
+std::string told_of_processes;
+bool watching = false;
+int files_for_children = 0;  // as many as were opened while watching, and would be open in a program that is executed
+
+void watch(int flags) {
+    files_for_children += watching && (flags & O_CLOEXEC) == 0 ? 1 : 0;
+}
+
 // What another thread may do at the worst instant: a child that begins while the file is locked shares the lock.
 bool forks_when_locked = false;
 pid_t child = 0;
@@ -62,11 +73,27 @@ Function next_of(const char *name) {
 // The library's calls come here first.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's names for them are reserved
 extern "C" {
+int open(const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    watch(flags);
+    static const auto next = next_of<int (*)(const char *, int, ...)>("open");
+    if (told_of_processes.empty() || strncmp(path, "/proc/", 6) != 0) {
+        return next(path, flags, mode);
+    }
+    const int file = memfd_create("stat", MFD_CLOEXEC);
+    EXPECT_EQ(write(file, told_of_processes.data(), told_of_processes.size()), ssize_t(told_of_processes.size()));
+    EXPECT_EQ(lseek(file, 0, SEEK_SET), 0);
+    return file;
+}
 int openat(int directory, const char *path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
+    watch(flags);
     if (no_nameless_files && (flags & O_TMPFILE) == O_TMPFILE) {
         errno = EOPNOTSUPP;
         return -1;
@@ -178,6 +205,8 @@ class SkeinFailure : public trace_files {
         no_nameless_files = false;
         no_proc = false;
         filling_fails_with = 0;
+        told_of_processes.clear();
+        watching = false;
     }
 
     // Calls `call` with the first, second, ... system call failing until it succeeds; `check` looks at what a failure
@@ -483,6 +512,33 @@ TEST_F(SkeinFailure, OfALockThatSomebodyHoldsGivesBusyAfterAWhile) {
     EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
     close(holder);
     EXPECT_EQ(skein_delete("d/a"), 0);
+    EXPECT_EQ(skein_close(handle_), 0);
+}
+
+TEST_F(SkeinFailure, OfNothingLeavesFilesToProgramsThatAreExecuted) {
+    for (const char *each : {"d/a", "b"}) {
+        watching = true;
+        ASSERT_EQ(open_trace(each, 16, 4096, &handle_), 0);
+        EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
+        EXPECT_THAT(read_trace(each).texts(), ElementsAre("x"));
+        EXPECT_EQ(skein_delete(each), 0);
+        EXPECT_EQ(skein_close(handle_), 0);
+        watching = false;
+    }
+    EXPECT_EQ(files_for_children, 0);
+}
+
+// A token of 0 stands for an unknown start: the time that would have it has 1.
+TEST_F(SkeinFailure, OfAWriterThatBeganWithTheMachineIsSeen) {
+    trace_image image(1, 64);
+    image.set_busy(0, getppid(), 1);
+    image.next_ticket() = 1;
+    write_bytes(path("a"), image.bytes());
+    ASSERT_EQ(open_trace("a", 1, 64, &handle_), 0);
+    told_of_processes = "1 (init) S 0 1 1 0 -1 4194560 0 0 0 0 0 0 0 0 20 0 1 0 0 0 0";
+    EXPECT_EQ(_skein_str(handle_, 0, "x"), EBUSY);
+    told_of_processes = "1 (init) S 0 1 1 0 -1 4194560 0 0 0 0 0 0 0 0 20 0 1 0 1 0 0";
+    EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
     EXPECT_EQ(skein_close(handle_), 0);
 }
 

@@ -171,23 +171,35 @@ TEST_F(SkeinFileAtRest, AnOldEntryThatIsPartlyOverwrittenIsNotDamage) {
     EXPECT_EQ(read.info.unfinished, 1U);
 }
 
+// The first ticket, and the token of the writer that is busy. A busy slot holds the low 24 bits of its ticket, below
+// the token: none of the two is taken for a part of the other.
+class SkeinBusySlot : public trace_files, public testing::WithParamInterface<std::pair<uint64_t, uint64_t>> {};
+
 // 16 is drawn by a writer that sleeps, and 17 has taken the place of 1: with 0 there would be a gap.
-TEST_F(SkeinFileAtRest, EntriesInFrontOfOneThatIsBeingOverwrittenAreLeftOut) {
+TEST_P(SkeinBusySlot, EntriesInFrontOfOneThatIsBeingOverwrittenAreLeftOut) {
+    const auto [first, token] = GetParam();
+    trace_image image(slots, slot_size);
+    image.next_ticket() = first;
     for (int number = 0; number < 16; ++number) {
-        image_.append(std::to_string(number));
+        image.append(std::to_string(number));
     }
-    image_.next_ticket() = 18;
-    image_.set_busy(17, getpid(), token_of(getpid()));
-    write_bytes(path("a"), image_.bytes());
+    image.next_ticket() = first + 18;
+    image.set_busy(first + 17, getpid(), token);
+    write_bytes(path("a"), image.bytes());
     const contents busy = read_trace("a");
     ASSERT_EQ(busy.entries.size(), 14U);
     EXPECT_EQ(busy.entries.front().text, "2");
-    image_.set_state(17, image_free);
-    write_bytes(path("a"), image_.bytes());
+    image.set_state(first + 17, image_free);
+    write_bytes(path("a"), image.bytes());
     const contents given_up = read_trace("a");
     ASSERT_EQ(given_up.entries.size(), 14U);
     EXPECT_EQ(given_up.entries.front().text, "2");
 }
+
+INSTANTIATE_TEST_SUITE_P(Words, SkeinBusySlot,
+                         testing::Values(std::pair(0x0U, 0x1234U), std::pair(0x0U, 0x1235U),
+                                         std::pair(0xfffff0U, 0x1234U), std::pair(0xfffff0U, 0x1235U),
+                                         std::pair(0x1000000U, 0x1234U), std::pair(0x1000000U, 0x1235U)));
 
 TEST_F(SkeinFileAtRest, AnEntryThatNobodyCanBeOverwritingIsDamage) {
     image_.append("0");

@@ -70,7 +70,7 @@ rcode nyx_session_store_cleanup(nyx_api_ctx *nyx_ctx);
  * Creates a session under a fresh id: at most 15 candidates are drawn, and one that is 0 or in use is passed over
  * (logged at TRC).
  * @return the session, owned by the store; null when memory is short or no candidate was free (logged at ERR), in which
- *         case nothing is changed or held
+ *         case nothing is held, and nothing is changed but the state that ids are drawn from
  */
 nyx_session_ctx *nyx_session_create(nyx_api_ctx *nyx_ctx);
 
