@@ -201,6 +201,20 @@ TEST_F(SkeinDelete, WritersWithoutANewFileKeepTheRemovedOne) {
     EXPECT_FALSE(std::filesystem::exists(path("a")));
 }
 
+TEST_F(SkeinDelete, WritersOfADamagedFileChangeOverToo) {
+    const uint64_t handle = open_or_fail("a", 16, 4096);
+    {
+        std::fstream file(path("a"), std::ios::binary | std::ios::in | std::ios::out);
+        file.seekp(8) << '\xff';  // not a version that there is
+    }
+    EXPECT_EQ(skein_delete("a"), 0);
+    const uint64_t next = open_or_fail("a", 16, 4096);
+    EXPECT_EQ(_skein_str(handle, 0, "x"), 0);
+    EXPECT_THAT(read_trace("a").texts(), ElementsAre("x"));
+    EXPECT_EQ(skein_close(handle), 0);
+    EXPECT_EQ(skein_close(next), 0);
+}
+
 TEST_F(SkeinDelete, AFileThatWasMarkedButKeptItsNameIsReplaced) {
     const uint64_t handle = open_or_fail("a", 16, 4096);
     EXPECT_EQ(_skein_str(handle, 0, "old"), 0);

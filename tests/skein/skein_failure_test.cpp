@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -39,17 +40,8 @@ void watch(int flags) {
     files_for_children += watching && (flags & O_CLOEXEC) == 0 ? 1 : 0;
 }
 
-// What another thread may do at the worst instant: a child that begins while the file is locked shares the lock.
-bool forks_when_locked = false;
-pid_t child = 0;
-
-void fork_sleeper() {
-    child = fork();
-    if (child == 0) {
-        pause();
-        _exit(0);
-    }
-}
+// What happens as soon as a file is locked, once.
+std::function<void(int)> when_locked;
 
 bool fails() {
     if (calls_until_failure < 0 || calls_until_failure-- > 0) {
@@ -152,8 +144,8 @@ void *mmap(void *at, size_t size, int protection, int flags, int file, off_t off
 int flock(int file, int operation) noexcept {
     static const auto next = next_of<int (*)(int, int)>("flock");
     const int result = (operation & LOCK_UN) == 0 && fails() ? -1 : next(file, operation);
-    if (result == 0 && std::exchange(forks_when_locked, false)) {
-        fork_sleeper();
+    if (result == 0 && when_locked) {
+        std::exchange(when_locked, nullptr)(file);
     }
     return result;
 }
@@ -521,6 +513,9 @@ TEST_F(SkeinFailure, OfNothingLeavesFilesToProgramsThatAreExecuted) {
         ASSERT_EQ(open_trace(each, 16, 4096, &handle_), 0);
         EXPECT_EQ(_skein_str(handle_, 0, "x"), 0);
         EXPECT_THAT(read_trace(each).texts(), ElementsAre("x"));
+        skein_reader *reader = nullptr;
+        const int32_t error = skein_reader_open(directory_.c_str(), each, &reader);
+        EXPECT_THAT(read_and_close(error, reader).texts(), ElementsAre("x"));
         EXPECT_EQ(skein_delete(each), 0);
         EXPECT_EQ(skein_close(handle_), 0);
         watching = false;
@@ -542,17 +537,57 @@ TEST_F(SkeinFailure, OfAWriterThatBeganWithTheMachineIsSeen) {
     EXPECT_EQ(skein_close(handle_), 0);
 }
 
-TEST_F(SkeinFailure, OfWhoeverSharesALockDoesNotKeepIt) {
-    ASSERT_EQ(open_a(), 0);
-    const int file = open(path("d/a").c_str(), O_RDONLY | O_CLOEXEC);
-    forks_when_locked = true;
+class SkeinSharedLock : public SkeinFailure {
+  protected:
+    SkeinSharedLock() {
+        EXPECT_EQ(open_a(), 0);
+        file_ = open(path("d/a").c_str(), O_RDONLY | O_CLOEXEC);
+    }
+    ~SkeinSharedLock() override {
+        EXPECT_EQ(skein_close(handle_), 0);
+        close(file_);
+    }
+    [[nodiscard]] bool is_locked() const { return flock(file_, LOCK_EX | LOCK_NB) != 0; }
+
+    int file_;
+};
+
+TEST_F(SkeinSharedLock, IsNotKeptByACopyOfTheFilesNumber) {
+    int copy = -1;
+    when_locked = [&copy](int file) { copy = fcntl(file, F_DUPFD_CLOEXEC, 0); };
     EXPECT_EQ(skein_delete("d/a"), 0);
-    EXPECT_FALSE(forks_when_locked);
-    EXPECT_EQ(flock(file, LOCK_EX | LOCK_NB), 0);
+    ASSERT_GE(copy, 0);
+    EXPECT_FALSE(is_locked());
+    close(copy);
+}
+
+// A child may be forked by another thread at any instant, and may live on when its parent is killed.
+TEST_F(SkeinSharedLock, IsNotKeptByAChildWhenItsParentIsKilled) {
+    int numbers[2];
+    ASSERT_EQ(pipe2(numbers, O_CLOEXEC), 0);
+    const pid_t parent = fork();
+    if (parent == 0) {
+        when_locked = [&numbers](int /*file*/) {
+            const pid_t child = fork();
+            if (child == 0) {
+                pause();
+                _exit(0);
+            }
+            EXPECT_EQ(write(numbers[1], &child, sizeof child), ssize_t{sizeof child});
+            kill(getpid(), SIGKILL);
+        };
+        skein_delete("d/a");
+        _exit(2);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(parent, &status, 0), parent);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    pid_t child = 0;
+    ASSERT_EQ(read(numbers[0], &child, sizeof child), ssize_t{sizeof child});
+    EXPECT_EQ(skein_delete("d/a"), 0);
     EXPECT_EQ(kill(child, SIGKILL), 0);
-    EXPECT_EQ(waitpid(child, nullptr, 0), child);
-    close(file);
-    EXPECT_EQ(skein_close(handle_), 0);
+    close(numbers[0]);
+    close(numbers[1]);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -29,17 +30,36 @@ void sleep_one_millisecond() {
 
 // -- Taking a name away ------------------------------------------------------------------------------------------
 
+// The files that threads of this process have locked, or are about to. 0: none, else the file's number and one.
+constinit std::atomic<int> locked_files[16];
+
+std::atomic<int> *note_lock(int file) {
+    for (std::atomic<int> &each : locked_files) {
+        int none = 0;
+        if (each.compare_exchange_strong(none, file + 1, std::memory_order_relaxed)) {
+            return &each;
+        }
+    }
+    return nullptr;
+}
+
+// The same file, opened anew: the lock belongs to how it was opened before.
+void open_anew(int file) {
+    char path[32];
+    snprintf(path, sizeof path, "/proc/self/fd/%d", file);
+    const open_file anew(open(path, O_RDWR | O_CLOEXEC));
+    if (anew.is_open()) {
+        dup3(anew.get(), file, O_CLOEXEC);
+    }
+}
+
 // Whoever takes a name away from a file holds this lock on the file, so that nobody takes away the name of its
 // successor. The kernel drops it with its owner; a sleeping owner is not waited for for ever.
 class removal_lock {
   public:
     explicit removal_lock(int file) : file_(file) {
         for (int attempt = 0; attempt < lock_attempts; ++attempt) {
-            if (flock(file, LOCK_EX | LOCK_NB) == 0) {
-                error_ = 0;
-                return;
-            }
-            error_ = errno == EWOULDBLOCK ? EBUSY : errno;
+            error_ = try_lock();
             if (error_ != EBUSY && error_ != EINTR) {
                 return;
             }
@@ -48,7 +68,8 @@ class removal_lock {
     }
     ~removal_lock() {
         if (error_ == 0) {
-            flock(file_, LOCK_UN);  // said expressly: a child forked by another thread shares the lock
+            flock(file_, LOCK_UN);  // said expressly: somebody may have a copy of the file's number
+            noted_->store(0, std::memory_order_relaxed);
         }
     }
     removal_lock(const removal_lock &) = delete;
@@ -56,8 +77,23 @@ class removal_lock {
     [[nodiscard]] int error() const { return error_; }
 
   private:
+    // Noted before it is locked: a child that is forked in between knows of it.
+    int try_lock() {
+        noted_ = note_lock(file_);
+        if (noted_ == nullptr) {
+            return EBUSY;
+        }
+        if (flock(file_, LOCK_EX | LOCK_NB) == 0) {
+            return 0;
+        }
+        const int error = errno == EWOULDBLOCK ? EBUSY : errno;
+        noted_->store(0, std::memory_order_relaxed);
+        return error;
+    }
+
     int file_;
     int error_ = EBUSY;
+    std::atomic<int> *noted_ = nullptr;
 };
 
 // ENOENT: the name is no longer that of the file.
@@ -86,8 +122,12 @@ int write_mark(int file) {
     return written == static_cast<ssize_t>(sizeof superseded) ? 0 : EIO;
 }
 
-// Those who write to the file and do not know that it was damaged change over to the next one. What does not begin like
-// a trace file is left as it is: nobody here writes to it.
+// What does not is left as it is, and not marked: nobody here writes to it.
+bool begins_like_a_trace_file(const file_header &header, ssize_t length) {
+    return length == static_cast<ssize_t>(sizeof header) && header.magic == file_magic;
+}
+
+// Those who write to the file and do not know that it was damaged change over to the next one.
 int move_aside(const place &at, int file, bool mark) {
     const removal_lock lock(file);
     if (lock.error() != 0) {
@@ -154,8 +194,8 @@ int examine(int file, file_header &header, condition &found) {
     if (length < 0) {
         return errno;
     }
-    const bool has_header = length == static_cast<ssize_t>(sizeof header);
-    found = has_header && header.magic == file_magic ? condition::damaged : condition::strange;
+    const bool has_header = begins_like_a_trace_file(header, length);
+    found = has_header ? condition::damaged : condition::strange;
     if (has_header && header_is_sound(header) && header.next_ticket < ticket_limit &&
         geometry{header.slot_size, header.slot_count}.file_size() <= static_cast<uint64_t>(status.st_size)) {
         found = header.superseded != 0 ? condition::removed : condition::sound;
@@ -331,9 +371,21 @@ int remove_file(const char *root, const char *name) {
         return error;
     }
     file_header header{};
-    const bool is_trace_file =
-        pread(file.get(), &header, sizeof header, 0) == static_cast<ssize_t>(sizeof header) && header_is_sound(header);
-    return mark_and_unlink(at, file.get(), is_trace_file);
+    const ssize_t length = pread(file.get(), &header, sizeof header, 0);
+    return mark_and_unlink(at, file.get(), begins_like_a_trace_file(header, length));
+}
+
+// A child shares the locks of its parent's threads, which do not go on in it: killed, the parent would leave them to
+// it.
+void forget_locks() {
+    const int error = errno;
+    for (std::atomic<int> &each : locked_files) {
+        const int noted = each.exchange(0, std::memory_order_relaxed);
+        if (noted != 0) {
+            open_anew(noted - 1);
+        }
+    }
+    errno = error;
 }
 
 }  // namespace skein

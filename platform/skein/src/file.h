@@ -16,6 +16,9 @@ int attach_successor(const char *root, const char *name, ring &out);
 
 int remove_file(const char *root, const char *name);
 
+// For a forked child, where none but the calling thread exists.
+void forget_locks();
+
 }  // namespace skein
 
 #endif

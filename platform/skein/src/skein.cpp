@@ -20,6 +20,7 @@ skein::geometry make_geometry(uint32_t first_size, uint32_t second_size) {
 void recover_in_child() {
     skein::forget_identity();
     skein::recover_handles();
+    skein::forget_locks();
 }
 
 int watch_forks() {
@@ -79,7 +80,10 @@ int32_t skein_delete(const char *name) {
     if (!skein::name_is_valid(name)) {
         return EINVAL;
     }
-    const int error = skein::find_directory(root);
+    int error = watch_forks();
+    if (error == 0) {
+        error = skein::find_directory(root);
+    }
     return error == 0 ? skein::remove_file(root, name) : error;
 }
 

@@ -79,8 +79,8 @@ extern "C" {
  *         relative or too long; ENOENT the directory in which SKEIN_DIR is to be made is missing; what stands in the
  *         way: EPERM, ENOTDIR, ELOOP, EISDIR, EACCES, ENOTSUP (the name is taken by something that is neither of
  *         directory, link and regular file); no room for the file: ENOSPC, EDQUOT, EFBIG; EMFILE more than 16384
- *         handles, or the process's limit of open files; EBUSY a damaged file is being held; ENOMEM; other codes of
- *         the system calls
+ *         handles, or the process's limit of open files; EBUSY a damaged or removed file is being held; ENOMEM; other
+ *         codes of the system calls
  */
 int32_t skein_init2(const char *name, uint32_t zero_1, uint32_t zero_2, uint32_t first_size, uint32_t second_size,
                     uint32_t zero_3, uint64_t *handle);
