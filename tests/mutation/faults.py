@@ -100,7 +100,7 @@ SWAPS = [
 STATEMENT = re.compile(
     r"^[ ]+(?!(?:return|using|const|constexpr|auto|static|throw|goto|typedef|case|default|static_assert)\b)"
     r"(?!(?:[\w:<>]+ )+[*&]*\w+(?: =|\(|\{|;|\[))"
-    r"(?P<statement>[*\w(+-][^{}\n]*;)[ ]*$",
+    r"(?P<statement>[*\w(+-][^{}\n]*(?<!= delete);)[ ]*$",
     re.MULTILINE,
 )
 STATEMENT_BEFORE = re.compile(r"[;{}:]\s*$")
