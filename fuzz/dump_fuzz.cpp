@@ -192,11 +192,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const record_table &table = nyx_test::table_of(nyx_test::record_id::response);
     const exact_copy message(data + how.message_offset, length);
     counting_allocator blocks;
-    quill_nyx_response response = {};
-    table.decode(&response, message.get(), length, counting_allocator::alloc, &blocks, 0);
-    if (nesting(table, &response) <= deepest) {
+    const auto make = [&](quill_nyx_response &response) {
+        table.decode(&response, message.get(), length, counting_allocator::alloc, &blocks, 0);
         bit_flipper(reinterpret_cast<const uint8_t *>(how.flips.data()), how.flips.size()).flip(table, &response);
+    };
+    quill_nyx_response response = {};
+    make(response);
+    if (nesting(table, &response) <= deepest) {
         dump(response, how);
+        quill_nyx_response untouched = {};
+        make(untouched);
+        require_nothing(difference(table, &response, &untouched), __LINE__);
     }
     table.free(&response, counting_allocator::free, &blocks, 0);
     return 0;

@@ -165,6 +165,13 @@ void add_xpath_seeds(corpus &xpath) {
         many = many + bytes{6, 0} + terminated("n") + terminated("urn:" + std::to_string(i));
     }
     xpath.add("many_namespaces", many + bytes{0, 0, 0xF1, 0, 6, 0} + terminated("n") + terminated("urn:1"));
+    const bytes texts = bytes{0} + terminated("urn:1") + terminated("ns1:a/ns1:b");
+    for (uint8_t failing = 0; failing < 8; ++failing) {
+        xpath.add("given_path_fails_" + std::to_string(failing), bytes{0xF5, failing} + texts);
+    }
+    xpath.add("given_path_null", bytes{0xF5, 0, 1} + terminated("a") + bytes{0xF5, 0, 2} + terminated("b"));
+    xpath.add("given_path_short_of_memory", bytes{0xF5, 0, 12} + terminated("a") + terminated("b"));
+    xpath.add("entries", bytes{0xF9, 0, 3, 0xF9, 0, 0, 0xF9, 1, 3, 0xF9, 2, 1});
     xpath.add("broken_arguments", bytes{5, 0} + terminated("a") + terminated("b"));
 }
 
@@ -258,6 +265,14 @@ void add_reader_seeds(corpus &reader) {
     const bytes real = real_trace_file();
     reader.add("real_file", bytes{'R', 0} + real);
     reader.add("real_file_cut", bytes{'R', 1} + bytes(real.begin(), real.begin() + 4096 + 300));
+    // Eight slots and four entries, of which the second is broken.
+    const bytes broken = bytes{7, 0, 0, 1, 'a', 0, 1, 'b', 0, 1, 'c', 0, 1, 'd', 0x13, 131, 1, 2, 3, 4, 5, 6, 7, 8, 5};
+    reader.add("broken_entry", broken);
+    reader.add("broken_entry_older_than_a_lap", broken + bytes{4, 7});
+    // A slot behind the newest entry that is busy, or was given up: what is older than a lap before it is left out.
+    const bytes lap = bytes{7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    reader.add("busy_behind_the_newest", lap + bytes{11, 3, 1, 1});
+    reader.add("given_up_behind_the_newest", lap + bytes{3, 3, 0});
     bytes entries;
     for (uint8_t i = 0; i < 40; ++i) {
         entries = entries + bytes{0, i} + bytes(i, static_cast<uint8_t>('a' + i % 26));

@@ -6,6 +6,7 @@
 
 #include "counting_allocator.h"
 #include "fuzz_target.h"
+#include "literal_decoder.h"
 #include "record_compare.h"
 #include "record_tables.h"
 
@@ -108,6 +109,50 @@ inline unsigned nesting(const record_table &table, const void *record) {
     }
     return deepest;
 }
+
+inline std::vector<uint8_t> encoded(const record_table &table, const void *record) {
+    std::vector<uint8_t> out(table.encode(record, nullptr, 0, nullptr, nullptr, 0));
+    REQUIRE(table.encode(record, out.data(), out.size(), nullptr, nullptr, 0) == out.size(), table.name);
+    return out;
+}
+
+// What the literal decoder makes of a message, the n-th allocation failing (0: none).
+class reference_record {
+  public:
+    reference_record(const record_table &table, const uint8_t *message, std::size_t size, uint64_t n)
+        : table_(table), record_(table) {
+        blocks_.fail_at(n);
+        outcome_ = literal_decode(table, record_.get(), message, size, counting_allocator::alloc, &blocks_);
+    }
+    reference_record(const reference_record &) = delete;
+    reference_record &operator=(const reference_record &) = delete;
+
+    // The decoder's record and the blocks that it asked for are the reference's.
+    void require_equal(int32_t result, const void *record, const counting_allocator &blocks) const {
+        REQUIRE(result == outcome_.result, std::to_string(result) + " / " + std::to_string(outcome_.result));
+        REQUIRE(blocks.sizes() == blocks_.sizes(), table_.name);
+        require_equal(record);
+    }
+
+    void require_equal(const void *record) const {
+        if (nesting(table_, record_.get()) <= deepest_comparison) {
+            require_nothing(difference(table_, record, record_.get()), __LINE__);
+        } else {
+            REQUIRE(encoded(table_, record) == encoded(table_, record_.get()), table_.name);
+        }
+    }
+
+    // Blocks of former occurrences of a nested record, which no release gives back.
+    [[nodiscard]] uint64_t lost() const { return outcome_.lost; }
+
+  private:
+    static constexpr unsigned deepest_comparison = 100;
+
+    const record_table &table_;
+    nyx_test::record_memory record_;
+    counting_allocator blocks_;
+    nyx_test::literal_outcome outcome_;
+};
 
 // Releases the record twice and returns how many blocks came back.
 inline uint64_t release(const record_table &table, raw_record &record, counting_allocator &blocks) {

@@ -1,10 +1,11 @@
 // The reader of trace files on files that are damaged in any way, and the viewer's lines of what it reads.
 //
 // What is asserted: a file is read or refused with EBADMSG; what is read is what an independent reading of the layout
-// finds there: every entry stands in the file with its ticket, its lengths and the right checksum; tickets rise, the
-// second reading gives the same, and the number of entries is the announced one; of a file that writers alone have made
-// the newest entries are all read; a line of JSON parses and says what the entry says, and a line for a terminal
-// holds nothing that a terminal would obey.
+// finds there: every entry stands in the file with its ticket, its lengths and the right checksum, none of those that
+// are to be read is left out, and the figures of damaged entries and unfinished slots are those of that reading;
+// tickets rise, the second reading gives the same, and the number of entries is the announced one; of a file that
+// writers alone have made the newest entries are all read; a line of JSON parses and says what the entry says, and a
+// line for a terminal holds nothing that a terminal would obey.
 //
 // Input: 'R' and the bytes of a file, whose header's checksum is made right if the next byte is odd; or two bytes for
 // the sizes of a ring and operations that make and damage one.
@@ -53,17 +54,50 @@ void seal(std::string &file) {
     set_word(file, 48, sum.value());
 }
 
+// What a reader has to find in a file that nobody writes to.
+struct survey {
+    std::vector<uint64_t> tickets;  // of the entries, ascending
+    uint64_t damaged = 0;
+    uint64_t unfinished = 0;
+};
+
 // The layout, as docs/trace-files.md has it.
 class layout {
   public:
     explicit layout(const std::string &file)
         : file_(file), slot_size_(word_at(file, 24) & UINT32_MAX), slot_count_(word_at(file, 24) >> 32U) {}
 
+    // Only of files whose header has sizes that are possible.
+    [[nodiscard]] survey take_survey() const {
+        const uint64_t end = newest_end();
+        const uint64_t begin = std::min(lap_before(taken_end(end)), end);
+        const uint64_t intact = lap_before(std::max(end, word_at(file_, 128)));
+        survey out;
+        for (uint64_t index = 0; index < present_slots(); ++index) {
+            const uint64_t word = word_of(index, 0);
+            out.unfinished += word >> 62U == state_busy ? 1 : 0;
+            const uint64_t ticket = ticket_from(begin, index);
+            if (word == 0 || word >> 62U == state_busy || ticket >= end) {
+                continue;
+            }
+            if (word != (state_first << 62U | ticket)) {
+                out.damaged += (word & ticket_bits) % slot_count_ != index ? 1 : 0;  // a ticket of some other slot
+            } else if (is_entry(ticket)) {
+                out.tickets.push_back(ticket);
+            } else {
+                out.damaged += ticket >= intact ? 1 : 0;  // an older one may have lost slots to who drew a ticket
+            }
+        }
+        std::sort(out.tickets.begin(), out.tickets.end());
+        return out;
+    }
+
     // The entry of a ticket, checked, as the layout describes it. Nothing: there is none.
     [[nodiscard]] std::optional<std::string> text_of(uint64_t ticket) const {
         const uint64_t first = slot(ticket);
         const uint64_t length = word_at(file_, first + 32) & UINT32_MAX;
-        if (word_at(file_, first) != (uint64_t{2} << 62U | ticket) || length > longest_text()) {
+        const uint64_t full_length = word_at(file_, first + 32) >> 32U;
+        if (word_at(file_, first) != (state_first << 62U | ticket) || length > std::min(longest_text(), full_length)) {
             return std::nullopt;
         }
         image_sum sum;
@@ -77,7 +111,7 @@ class layout {
         for (uint64_t further = ticket; text.size() < length; at += 8) {
             if (at == end) {
                 ++further;
-                if (word_at(file_, slot(further)) != (uint64_t{3} << 62U | further)) {
+                if (word_at(file_, slot(further)) != (state_further << 62U | further)) {
                     return std::nullopt;
                 }
                 at = slot(further) + 8;
@@ -96,7 +130,60 @@ class layout {
     }
 
   private:
+    // States, in the top two bits of a slot's first word.
+    static constexpr uint64_t state_busy = 1;
+    static constexpr uint64_t state_first = 2;
+    static constexpr uint64_t state_further = 3;
+    static constexpr uint64_t ticket_bits = (uint64_t{1} << 62U) - 1;
+    static constexpr uint64_t ticket_limit = uint64_t{1} << 61U;
+
     [[nodiscard]] uint64_t slot(uint64_t ticket) const { return header_bytes + ticket % slot_count_ * slot_size_; }
+
+    // A file that was cut off has fewer than its header tells.
+    [[nodiscard]] uint64_t present_slots() const {
+        const uint64_t bytes = file_.size() - std::min(file_.size(), header_bytes);
+        return std::min(slot_count_, (bytes + slot_size_ - 1) / slot_size_);
+    }
+
+    [[nodiscard]] uint64_t lap_before(uint64_t ticket) const { return ticket - std::min(ticket, slot_count_); }
+
+    // The first ticket of the slot that is not below another ticket.
+    [[nodiscard]] uint64_t ticket_from(uint64_t least, uint64_t index) const {
+        return least + (index + slot_count_ - least % slot_count_) % slot_count_;
+    }
+
+    [[nodiscard]] bool is_entry(uint64_t ticket) const { return ticket < ticket_limit && text_of(ticket).has_value(); }
+
+    [[nodiscard]] uint64_t slots_of(uint64_t length) const {
+        const uint64_t in_first = slot_size_ - 48;
+        return length <= in_first ? 1 : 1 + (length - in_first + slot_size_ - 9) / (slot_size_ - 8);
+    }
+
+    // The ticket behind the newest entry.
+    [[nodiscard]] uint64_t newest_end() const {
+        uint64_t end = 0;
+        for (uint64_t index = 0; index < present_slots(); ++index) {
+            const uint64_t ticket = word_of(index, 0) & ticket_bits;
+            if (ticket % slot_count_ == index && is_entry(ticket)) {
+                end = std::max(end, ticket + slots_of(text_of(ticket)->size()));
+            }
+        }
+        return end;
+    }
+
+    // The ticket behind all that writers have taken since the newest entry: slots that are busy or were given up.
+    [[nodiscard]] uint64_t taken_end(uint64_t newest_end) const {
+        uint64_t end = newest_end;
+        for (uint64_t index = 0; index < present_slots(); ++index) {
+            const uint64_t ticket = ticket_from(newest_end, index);
+            const uint64_t word = word_of(index, 0);
+            const bool is_busy = word >> 62U == state_busy && (word & 0xFFFFFFU) == (ticket & 0xFFFFFFU);
+            if (is_busy || word == ticket) {
+                end = std::max(end, ticket + 1);
+            }
+        }
+        return end;
+    }
 
     [[nodiscard]] uint64_t longest_text() const {
         const uint64_t slots = std::max<uint64_t>(slot_count_ / 2, 1);
@@ -159,11 +246,21 @@ struct reading {
     std::vector<std::string> texts;
 };
 
+void require_survey(const survey &expected, const std::vector<uint64_t> &tickets, const skein_file_info &info) {
+    REQUIRE(tickets == expected.tickets,
+            std::to_string(tickets.size()) + " / " + std::to_string(expected.tickets.size()));
+    REQUIRE(info.damaged == expected.damaged, std::to_string(info.damaged) + " / " + std::to_string(expected.damaged));
+    REQUIRE(info.unfinished == expected.unfinished,
+            std::to_string(info.unfinished) + " / " + std::to_string(expected.unfinished));
+}
+
 void require_info(const reading &of, const std::string &file) {
     const uint64_t ring = uint64_t{of.info.slot_size} * of.info.slot_count;
     REQUIRE(of.info.entries == of.texts.size(), std::to_string(of.info.entries));
     REQUIRE((of.info.truncated != 0) == (file.size() < header_bytes + ring), std::to_string(of.info.truncated));
-    REQUIRE(of.info.unfinished <= of.info.slot_count && of.info.damaged <= of.info.slot_count, "counts");
+    REQUIRE(of.info.next_ticket == word_at(file, 128) && of.info.lost == word_at(file, 256), "counters");
+    REQUIRE((of.info.superseded != 0) == (word_at(file, 136) != 0), std::to_string(of.info.superseded));
+    REQUIRE(of.info.created == word_at(file, 32) && of.info.creator == (word_at(file, 40) & UINT32_MAX), "creation");
     REQUIRE(of.info.overrun == 0, "nobody writes");
     const nlohmann::json object = nlohmann::json::parse(format_file("a.trace", of.info, true), nullptr, false);
     REQUIRE(!object.is_discarded() && object["entries"] == of.info.entries, "file");
@@ -198,6 +295,7 @@ reading read_file(const std::string &file) {
     REQUIRE(skein_reader_next(reader, &entry) == ENOENT && skein_reader_info(reader, &out.info) == 0, "the end");
     skein_reader_close(reader);
     require_info(out, file);
+    require_survey(expected.take_survey(), tickets, out.info);
     return out;
 }
 

@@ -15,7 +15,6 @@
 #include "nyx_api.h"
 #include "nyx_api_common.h"
 #include "platform_stand_in.h"
-#include "umbra/hash.h"
 #include "umbra/named_alloc.h"
 
 namespace nyx_fuzz {
@@ -296,12 +295,45 @@ void count_characters(input &in, uint64_t /*failing*/) {
     REQUIRE(nyx_count_char_occurences(source.get(), wanted) == std::count(text.begin(), text.end(), wanted), text);
 }
 
+// The number that a hash promises to be in every release, one byte at a time.
+uint32_t expected_hash(std::string_view text) {
+    __extension__ using wide = unsigned __int128;
+    const auto number_at = [&](std::size_t at, std::size_t bytes) {
+        uint64_t number = 0;
+        for (std::size_t i = bytes; i != 0; --i) {
+            number = number << 8U | static_cast<uint8_t>(text[at + i - 1]);
+        }
+        return number;
+    };
+    const auto fold = [](uint64_t a, uint64_t b) {
+        const wide product = static_cast<wide>(a) * b;
+        return a ^ b ^ static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64U);
+    };
+    const std::size_t size = text.size();
+    const std::size_t whole = size > 16 ? (size - 1) / 16 * 16 : 0;
+    uint64_t state = 0x243F6A8885A308D3 * (size + 1);
+    for (std::size_t at = 0; at < whole; at += 16) {
+        state = fold(number_at(at, 8) ^ 0x13198A2E03707345, number_at(at + 8, 8) ^ state);
+    }
+    uint64_t first = 0;
+    uint64_t second = 0;
+    if (size >= 4) {
+        const std::size_t bytes = size < 8 ? 4 : 8;
+        first = number_at(size > 16 ? size - 16 : 0, bytes);
+        second = number_at(size - bytes, bytes);
+    } else if (size != 0) {
+        first = number_at(0, 1) << 16U | number_at(size / 2, 1) << 8U | number_at(size - 1, 1);
+    }
+    const uint64_t mixed = fold(fold(first ^ 0xA4093822299F31D1, second ^ state), 0x13198A2E03707345);
+    return static_cast<uint32_t>(mixed ^ mixed >> 32U);
+}
+
 void use_as_keys(input &in, uint64_t /*failing*/) {
     const std::string a = in.text();
     const std::string b = in.text();
     exact_text first(a);
     exact_text second(b);
-    REQUIRE(nyx_string_hash_calc(first.get()) == umbra_hash_calculate(a.data(), static_cast<uint32_t>(a.size())), a);
+    REQUIRE(nyx_string_hash_calc(first.get()) == expected_hash(a), a);
     REQUIRE(nyx_string_hash_cmp(first.get(), second.get()) == (a == b ? 1 : 0), a + " / " + b);
     REQUIRE(nyx_string_hash_cmp(first.get(), nullptr) == 0 && nyx_string_hash_calc(nullptr) == 0, a);
 }

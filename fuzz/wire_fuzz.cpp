@@ -2,11 +2,10 @@
 //
 // What is asserted:
 //  - framing: of any bytes on the socket, whole or cut, what is received is what a reference makes of them: messages,
-//  too
-//    long ones dropped, the end, or the reason why the conversation is over;
+//    too long ones dropped, the end, or the reason why the conversation is over;
 //  - requests: XML is read into a record or refused with an rpc-error, also when an allocation fails, and nothing is
-//    left behind; what was read survives encode and decode; the reply to it is well-formed, and data in it reads as the
-//    data that was put in;
+//    left behind; what was read survives encode and decode; the reply to it is well-formed, and the elements in it say
+//    what the request's own say, attributes included;
 //  - replies: any decoded record can be written; with names and texts that XML can carry the reply is well-formed.
 //
 // Input: a byte that chooses one of these, and what it is about.
@@ -113,9 +112,54 @@ void receive_messages(input &in) {
 
 // -- Requests ------------------------------------------------------------------------------------------------------
 
-bool has_same_data(const request_path::node &a, const request_path::node &b) {
-    return request_path::same_content(a, b);
+std::string text_from(const xmlChar *text) {
+    return text == nullptr ? "" : reinterpret_cast<const char *>(text);
 }
+
+std::string namespace_from(const xmlNs *ns) {
+    return ns == nullptr ? "" : text_from(ns->href);
+}
+
+// What an element says as data, out of the document itself.
+struct xml_content {
+    std::vector<std::string> name_and_value;             // namespace, name, text without white space at its ends
+    std::multiset<std::vector<std::string>> attributes;  // namespace, name, value
+    std::vector<xml_content> children;
+
+    explicit xml_content(const xmlNode *element) {
+        std::string text;
+        for (const xmlNode *each = element->children; each != nullptr; each = each->next) {
+            if (each->type == XML_ELEMENT_NODE) {
+                children.emplace_back(each);
+            } else if (each->type == XML_TEXT_NODE || each->type == XML_CDATA_SECTION_NODE) {
+                text += text_from(each->content);
+            }
+        }
+        constexpr const char *white_space = " \t\r\n";
+        text.erase(0, text.find_first_not_of(white_space));
+        text.erase(text.find_last_not_of(white_space) + 1);
+        name_and_value = {namespace_from(element->ns), text_from(element->name), text};
+        for (const xmlAttr *each = element->properties; each != nullptr; each = each->next) {
+            add_attribute(*each, element->doc);
+        }
+    }
+
+    bool operator==(const xml_content &) const = default;
+
+  private:
+    // Those that tell what is to be done with an element, or how to validate it, are no data.
+    void add_attribute(const xmlAttr &each, xmlDoc *document) {
+        const std::string ns = namespace_from(each.ns);
+        const std::string name = text_from(each.name);
+        if (ns == "http://www.w3.org/2001/XMLSchema-instance" ||
+            (ns == "urn:ietf:params:xml:ns:netconf:base:1.0" && name == "operation")) {
+            return;
+        }
+        xmlChar *const value = xmlNodeListGetString(document, each.children, 1);
+        attributes.insert({ns, name, text_from(value)});
+        xmlFree(value);
+    }
+};
 
 request_path::xml_document require_well_formed(const std::string &reply) {
     try {
@@ -139,16 +183,17 @@ void require_survives_the_way(const quill_nyx_request &request) {
     REQUIRE(encoded(arrived.record) == sent, "the bytes");
 }
 
-// Returns what a request's elements say, as they are answered with them.
-void require_data_in_reply(xmlNode *rpc, const request_path::node &data) {
+// Answers with what an element of a request says.
+void require_data_in_reply(xmlNode *rpc, xmlNode *said) {
     request_path::owned_response response;
-    request_path::write_tree(response.record.tree, data);
+    request_path::write_tree(response.record.tree,
+                             request_path::read_element(said, request_path::edit_operations::taken));
     response.record.has_tree = 1;
     const std::string reply = request_path::write_reply(rpc, response.record);
     const request_path::xml_document document = require_well_formed(reply);
     xmlNode *const element = request_path::element_from(xmlDocGetRootElement(document.get())->children);
     REQUIRE(element != nullptr, reply);
-    REQUIRE(has_same_data(request_path::read_element(element, request_path::edit_operations::taken), data), reply);
+    REQUIRE(xml_content(element) == xml_content(said), reply);
 }
 
 void require_failure_in_reply(const xmlNode *rpc, const request_path::rpc_failure &failure) {
@@ -168,7 +213,7 @@ void answer(xmlNode *rpc) {
         require_survives_the_way(request.record);
         for (xmlNode *each = request_path::element_from(rpc->children); each != nullptr;
              each = request_path::element_from(each->next)) {
-            require_data_in_reply(rpc, request_path::read_element(each, request_path::edit_operations::taken));
+            require_data_in_reply(rpc, each);
         }
     } catch (const request_path::rpc_failure &failure) {
         require_failure_in_reply(rpc, failure);

@@ -1,9 +1,12 @@
-// XPath contexts with arbitrary names, namespaces and keys, beside a plain std::string.
+// XPath contexts with arbitrary names, namespaces and keys, beside a plain std::string, and the parts of an error that
+// are made without a context: the path that a caller gives, and arrays of entries.
 //
 // What is asserted: after every step the path is the expression that the header describes, and after a failed one it is
 // what it was; namespaces get ns1, ns2 and so on in the order of their first use; the error path carries the path as
 // its value and the prefixes as its attributes; an allocation that fails gives ENOMEM, or a value that is null, and
-// nothing else; afterwards no block is left but those that a failed conversion is documented to leave behind.
+// nothing else; afterwards no block is left but those that a failed conversion is documented to leave behind; a path
+// that is given is the error's, with its namespace, and all else in the result stays; an array of entries is all zeros;
+// where memory fails for these two nothing changes, nothing is held, and the second one logs a line.
 //
 // Input: operations, one after the other. A byte tells which one and what it has, a byte the allocation that fails (0:
 // none), then come its texts.
@@ -13,8 +16,11 @@
 #include <utility>
 
 #include "fuzz_target.h"
+#include "nyx_api.h"
 #include "nyx_api_common.h"
+#include "nyx_error.h"
 #include "platform_stand_in.h"
+#include "record_compare.h"
 
 namespace nyx_fuzz {
 namespace {
@@ -199,6 +205,95 @@ class context {
     std::vector<std::pair<std::string, std::string>> prefixes_;  // by namespace, in the order of their first use
 };
 
+bool is_text(uint32_t has, const char *text, const std::string &expected) {
+    return has == 1 && text != nullptr && expected == text;
+}
+
+void require_path(const quill_nyx_datatree &node, const std::string &ns, const std::string &path) {
+    REQUIRE(is_text(node.has_name, node.name, " "), path);
+    REQUIRE(is_text(node.has_value, node.value, path), path);
+    REQUIRE(is_text(node.has_namespace, node.namespace_, ns), ns);
+    REQUIRE(node.has_attributes == 1 && node.attributes_count == 1, std::to_string(node.attributes_count));
+    REQUIRE(is_text(node.attributes->has_key, node.attributes->key, "xmlns:ns1"), ns);
+    REQUIRE(is_text(node.attributes->has_value, node.attributes->value, ns), ns);
+}
+
+// A result in which nothing is as a fresh one has it, and which owns nothing.
+quill_nyx_request_result used_result() {
+    quill_nyx_request_result result = {};
+    result.uint32_1 = result.uint32_2 = 7;
+    result.error.error_type = result.error.error_severity = 9;
+    result.error.error_path.uint32_4 = result.error.error_path.node_kind = 3;
+    result.error.error_path.has_operation = 1;
+    return result;
+}
+
+void set_error_path(input &in, uint64_t failing) {
+    const uint8_t form = in.byte();
+    const optional_text ns = (form & 1U) == 0 ? optional_text(in.text()) : std::nullopt;
+    const optional_text path = (form & 2U) == 0 ? optional_text(in.text()) : std::nullopt;
+    const bool short_of_memory = (form & 12U) == 12U;
+    const std::set<void *> before = memory().blocks();
+    const quill_nyx_request_result untouched = used_result();
+    quill_nyx_request_result result = untouched;
+    nyx_util_set_mem_state(short_of_memory ? 1 : 0);
+    memory().fail_at(failing);
+    const rcode rc = nyx_req_result_error_path_set(&result, pointer(ns), pointer(path));
+    nyx_util_set_mem_state(0);
+    const bool failed = memory().has_failed() || short_of_memory || !ns || !path;
+    REQUIRE(rc == (failed ? NYX_RC_NO_MEMORY : 0), std::to_string(rc));
+    if (failed) {
+        REQUIRE(memory().blocks() == before, std::to_string(memory().live_blocks()));
+    } else {
+        REQUIRE(result.has_error == 1, *path);
+        require_path(result.error.error_path, *ns, *path);
+        quill_nyx_request_result_free_ext(&result, nyx_gpb_free, nullptr, 0);
+        REQUIRE(memory().blocks() == before, std::to_string(memory().live_blocks()));
+        quill_nyx_datatree &node = result.error.error_path;
+        node.has_name = node.has_value = node.has_namespace = node.has_attributes = 0;
+        result.has_error = 0;
+    }
+    const std::string changed =
+        nyx_test::difference(nyx_test::table_of(nyx_test::record_id::request_result), &result, &untouched);
+    REQUIRE(changed.empty(), changed);
+}
+
+void make_entries(input &in, uint64_t failing) {
+    const uint32_t count = in.byte();
+    const std::set<void *> before = memory().blocks();
+    nyx_api_ctx api = {};
+    api.debug.trace_enabled = 1;
+    trace_entries().clear();
+    memory().fail_at(failing);
+    quill_nyx_datatree *const entries = nyx_gpb_datatree_create(failing == 1 ? &api : nullptr, count);
+    const bool failed = memory().has_failed();
+    REQUIRE((entries == nullptr) == failed, std::to_string(count));
+    REQUIRE(trace_entries().size() == (failed ? 1 : 0), std::to_string(trace_entries().size()));
+    REQUIRE(!failed || trace_entries().front().ends_with(",NYX datatree allocation failed"), trace_entries().front());
+    trace_entries().clear();
+    if (!failed) {
+        const auto *const bytes = reinterpret_cast<const uint8_t *>(entries);
+        const std::size_t size = std::size_t{count} * 200;
+        REQUIRE(std::all_of(bytes, bytes + size, [](uint8_t byte) { return byte == 0; }), std::to_string(count));
+        nyx_gpb_free(entries, nullptr);
+    }
+    REQUIRE(memory().blocks() == before, std::to_string(memory().live_blocks()));
+}
+
+// The operations that have no step.
+void carry_out_without_step(context &on, input &in, uint8_t form, uint64_t failing) {
+    switch (form & 12U) {
+        case 4:
+            set_error_path(in, failing);
+            break;
+        case 8:
+            make_entries(in, failing);
+            break;
+        default:
+            on.start_anew(failing);
+    }
+}
+
 void carry_out(context &on, input &in) {
     const uint8_t form = in.byte();
     const uint64_t failing = in.byte();
@@ -208,7 +303,7 @@ void carry_out(context &on, input &in) {
             break;
         case 1:
             if ((form & 0xF0U) == 0xF0U) {
-                on.start_anew(failing);
+                carry_out_without_step(on, in, form, failing);
                 break;
             }
             on.refuse_broken_arguments(read_step(in, form));

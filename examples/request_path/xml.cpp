@@ -42,8 +42,19 @@ rpc_failure malformed(const std::string &message) {
     return simple_failure(NYX_ERROR_TYPE_RPC, "malformed-message", message);
 }
 
+/* What the parser's codes do not tell, or tell only until it has something else to complain of. */
+struct noticed {
+    bool document_type = false;
+    bool name_too_long = false;
+};
+
+noticed &noticed_by(void *parser) {
+    return *static_cast<noticed *>(static_cast<xmlParserCtxt *>(parser)->_private);
+}
+
 /* Ends the parsing before an entity is declared, let alone expanded. */
 void refuse_document_type(void *parser, const xmlChar *, const xmlChar *, const xmlChar *) {
+    noticed_by(parser).document_type = true;
     xmlStopParser(static_cast<xmlParserCtxt *>(parser));
 }
 
@@ -53,13 +64,6 @@ bool nests_too_deeply(const xmlParserCtxt &parser) {
            static_cast<unsigned>(parser.nameNr) > xmlParserMaxDepth;
 }
 
-/* Not the last error: the parser goes on to complain of an element without a name. */
-void note_name_too_long(xmlParserCtxt *parser, int error) {
-    if (error == XML_ERR_NAME_TOO_LONG) {
-        parser->_private = parser;
-    }
-}
-
 }  // namespace
 
 xml_document parse_xml(std::string_view text) {
@@ -67,22 +71,25 @@ xml_document parse_xml(std::string_view text) {
         throw simple_failure(NYX_ERROR_TYPE_RPC, "too-big", "The message is too long.");
     }
     const std::unique_ptr<xmlParserCtxt, parser_release> parser(require(xmlNewParserCtxt()));
+    noticed seen;
+    parser->_private = &seen;
     parser->sax->internalSubset = refuse_document_type;
-    parser->sax->serror = [](void *of, auto *error) {  // and some complaints are printed in spite of the options
-        note_name_too_long(static_cast<xmlParserCtxt *>(of), error->code);
+    parser->sax->serror = [](void *of, auto *error) {  // some complaints are printed in spite of the options
+        noticed &by = noticed_by(of);
+        by.name_too_long = by.name_too_long || error->code == XML_ERR_NAME_TOO_LONG;
     };
     /* Entities are those of XML itself, as no document type can declare others: the names of namespaces get their &. */
     constexpr int quietly_and_alone =
         XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOCDATA | XML_PARSE_NOENT;
     xml_document document(xmlCtxtReadMemory(parser.get(), text.data(), static_cast<int>(text.size()), nullptr, nullptr,
                                             quietly_and_alone));
-    if (parser->disableSAX != 0 && parser->lastError.code == XML_ERR_OK) {
+    if (seen.document_type) {
         throw malformed("The message has a document type declaration.");
     }
     if (document == nullptr && nests_too_deeply(*parser)) {
         throw simple_failure(NYX_ERROR_TYPE_RPC, "too-big", "The message nests deeper than the XML parser goes.");
     }
-    if (document == nullptr && parser->_private != nullptr) {
+    if (document == nullptr && seen.name_too_long) {
         throw simple_failure(NYX_ERROR_TYPE_RPC, "too-big", "The message has a name longer than the XML parser takes.");
     }
     if (document == nullptr) {
