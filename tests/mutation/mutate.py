@@ -26,6 +26,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import threading
 import time
 from dataclasses import dataclass, field
 
@@ -284,6 +285,7 @@ def try_all(mutants, catalogue, rooms, options, title):
     for group in sorted(by_file.values(), key=len, reverse=True):
         groups.put(group)
     outcomes = {}
+    stopping = threading.Event()
 
     def work(room):
         workshop = Workshop(room, options)
@@ -293,12 +295,18 @@ def try_all(mutants, catalogue, rooms, options, title):
             except queue.Empty:
                 return
             for mutant in group:
+                if stopping.is_set():
+                    return
                 outcomes[mutant] = workshop.trial(mutant, catalogue.part_of[mutant.path])
                 print(f"{title} {len(outcomes)}/{len(mutants)} {outcomes[mutant]}: {mutant}", flush=True)
 
     with concurrent.futures.ThreadPoolExecutor(len(rooms)) as pool:
-        for done in [pool.submit(work, room) for room in rooms]:
-            done.result()
+        try:
+            for done in [pool.submit(work, room) for room in rooms]:
+                done.result()
+        except BaseException:  # nobody waits for the rest, not even who pressed Ctrl-C
+            stopping.set()
+            raise
     return outcomes
 
 
