@@ -244,7 +244,12 @@ uint32_t take_character(std::string_view &text) {
         return 0;
     }
     const auto lead = static_cast<uint8_t>(text.front());
-    const std::size_t length = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    const std::size_t length = lead < 0x80   ? 1
+                               : lead < 0xC2 ? 0
+                               : lead < 0xE0 ? 2
+                               : lead < 0xF0 ? 3
+                               : lead < 0xF8 ? 4
+                                             : 0;
     if (length == 0 || length > text.size()) {
         return 0;
     }
