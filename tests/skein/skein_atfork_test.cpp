@@ -1,5 +1,5 @@
-// Forks cannot be watched: nothing is opened then, and the next attempt tries again. In a program of its own, because
-// the library asks once only.
+// Forks cannot be watched: nothing is opened or removed then, and the next attempt tries again. In a program of its
+// own, because the library asks once only.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -33,10 +33,14 @@ TEST_F(SkeinAtfork, FailureIsReportedAndTriedAgain) {
     EXPECT_EQ(open_trace("a", 16, 4096, &handle), ENOMEM);
     EXPECT_EQ(handle, 0U);
     EXPECT_FALSE(std::filesystem::exists(path("a")));
+    write_bytes(path("b"), "to be removed");
+    EXPECT_EQ(skein_delete("b"), ENOMEM);
+    EXPECT_TRUE(std::filesystem::exists(path("b")));
     registration_fails = false;
     ASSERT_EQ(open_trace("a", 16, 4096, &handle), 0);
     EXPECT_EQ(_skein_str(handle, 0, "x"), 0);
     EXPECT_EQ(skein_close(handle), 0);
+    EXPECT_EQ(skein_delete("b"), 0);
 }
 
 }  // namespace

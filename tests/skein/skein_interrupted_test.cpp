@@ -129,9 +129,18 @@ class SkeinInterrupted : public trace_files {
             body();
             _exit(HasFailure() ? 1 : 0);
         }
+        return has_succeeded(child);
+    }
+    [[nodiscard]] static bool has_succeeded(pid_t child) {
         int status = -1;
         EXPECT_EQ(waitpid(child, &status, 0), child);
         return status == 0;
+    }
+    // The end of a child that a hook has forked.
+    [[noreturn]] void close_and_end(uint64_t handle) const {
+        EXPECT_EQ(skein_close(handle), 0);
+        EXPECT_EQ(mappings(), 0U);
+        _exit(HasFailure() ? 1 : 0);
     }
     [[nodiscard]] std::size_t mappings() const { return mappings_of(directory_.string()); }
 };
@@ -390,13 +399,9 @@ TEST_F(SkeinInterrupted, AWriteGoesOnInTheChildThatIsForkedInTheMiddleOfIt) {
         wait_for_the_next_look();
         EXPECT_EQ(_skein_str(handle, 0, "new"), 0);
         EXPECT_EQ(mappings(), 1U);  // the count of its users is right
-        EXPECT_EQ(skein_close(handle), 0);
-        EXPECT_EQ(mappings(), 0U);
-        _exit(HasFailure() ? 1 : 0);
+        close_and_end(handle);
     }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(has_succeeded(child));
     EXPECT_EQ(skein_close(handle), 0);
     EXPECT_EQ(mappings(), 0U);
 }
@@ -412,13 +417,9 @@ TEST_F(SkeinInterrupted, AChildThatIsForkedWhileTheSuccessorIsMappedLooksForItAn
         EXPECT_EQ(_skein_str(handle, 0, "child"), 0);
         EXPECT_THAT(read_trace("a").texts(), testing::Contains("child"));
         EXPECT_EQ(mappings(), 1U);  // no second one of the new file
-        EXPECT_EQ(skein_close(handle), 0);
-        EXPECT_EQ(mappings(), 0U);
-        _exit(HasFailure() ? 1 : 0);
+        close_and_end(handle);
     }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(has_succeeded(child));
     EXPECT_EQ(skein_close(handle), 0);
 }
 
